@@ -1,0 +1,82 @@
+#ifndef DBMANAGER_H
+#define DBMANAGER_H
+
+#include <QHash>
+#include <QMutex>
+#include <QSqlDatabase>
+#include <QString>
+#include <QStringList>
+#include <vector>
+
+// One customer's connection data; all four empty means "not found".
+struct DbScheme
+{
+    QString name;  // MySQL database name
+    QString user;
+    QString pass;  // the password in clear
+    QString token;
+};
+
+// Owns the connections of a multi-customer installation: the InfoDB that lists customers,
+// the master (ZMT) connection for token-less requests, and one connection per customer and
+// thread. The host creates and owns it; workers only call getDatabase and
+// addUnusedConnection. Host and plug-in share this object, so the field order is part of
+// their contract.
+class DBManager
+{
+public:
+    DBManager();
+    DBManager(const QSqlDatabase &infoDB, const QSqlDatabase &zmtDB);
+    ~DBManager();
+
+    void resetDefaults();
+
+    QSqlDatabase infoDB();
+    QSqlDatabase zmtDB();
+    void setZmtDB(const QSqlDatabase &db);
+    void setInfoDB(const QSqlDatabase &db);
+    bool isInfoDB();
+    void setAutoClose(bool autoClose);
+    void setDebugLevel(quint8 level);
+
+    quint32 tokensCount(bool active);
+    QStringList loadTokens(quint32 limit, quint32 offset);
+    QStringList loadTokens4Maintenance(quint16 limit);
+    QStringList loadTokens4Recalculate(quint16 limit);
+    QString loadTokenByName(const QString &name);
+    bool setMaintenance(const QString &token);
+    bool setRecalc(const QString &token);
+    DbScheme cachedScheme(const QString &token);
+    bool hasConnection(const QString &token);
+    bool isManagedConnection(const QString &token);
+
+    QSqlDatabase getDatabase(const QString &token);
+    void addUnusedConnection(const QString &name);
+    void setUnusedConnectionsEnabled(bool enabled);
+    void removeUnusedConnections();
+
+    // Lock-free helpers; called only with m_mutex held.
+    QString connectionNameFor(const QString &token) const;
+    bool openDatabase(QSqlDatabase &db);
+    DbScheme loadScheme(const QString &token);
+    static bool isConnectionOpen(const QString &name);
+
+private:
+    bool isMasterConnection(const QString &name) const;
+
+    quint8 m_debugLevel = 0;
+    QHash<QString, DbScheme> m_schemes;
+    QSqlDatabase m_infoDB;
+    QSqlDatabase m_zmtDB;
+    std::vector<QString> m_connections;
+    std::vector<QString> m_unusedConnections;
+    bool m_autoClose = false;
+    bool m_infoDBOpen = false;
+    QString m_zmtConnection;
+    QString m_infoConnection = QStringLiteral("QHX.InfoDB");
+    QMutex m_mutex;
+    QHash<QString, qint64> m_maintenanceStamps;
+    bool m_unusedEnabled = true;
+};
+
+#endif

@@ -1,0 +1,103 @@
+#include "licence/licence.h"
+
+#include "response/response.h"
+
+#include <QCryptographicHash>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QStringList>
+#include <QtDebug>
+
+namespace {
+
+const QString kEnabledRow = QStringLiteral("webapi.enabled");
+const QString kKeyPrefix = QStringLiteral("webapi.key.");
+const QString kDevicesRow = QStringLiteral("webapi.devices");
+
+// Equal-length comparison that does not stop at the first difference, so the time taken
+// says nothing about how much of a digest matched.
+bool constantTimeEquals(const QByteArray &a, const QByteArray &b)
+{
+    if (a.size() != b.size())
+        return false;
+    unsigned char diff = 0;
+    for (int i = 0; i < a.size(); ++i)
+        diff |= static_cast<unsigned char>(a.at(i) ^ b.at(i));
+    return diff == 0;
+}
+
+} // namespace
+
+QString Licence::notLicensedText()
+{
+    return QStringLiteral("REST interface not licensed");
+}
+
+void Licence::load(const QSqlDatabase &db)
+{
+    m_rows.clear();
+    QSqlQuery query(db);
+    if (!query.exec(QStringLiteral("SELECT name, value FROM vars WHERE name LIKE 'webapi.%'"))) {
+        qWarning() << "Licence::load() SQL ERROR:" << query.lastError().text();
+        return;
+    }
+    while (query.next())
+        m_rows.insert(query.value(0).toString(), query.value(1).toString());
+}
+
+bool Licence::webApiEnabled() const
+{
+    return m_rows.value(kEnabledRow).trimmed() == QLatin1String("1");
+}
+
+bool Licence::checkAuth(const QString &authorization, Response *response) const
+{
+    const int blank = authorization.indexOf(QLatin1Char(' '));
+    const QString scheme = blank < 0 ? authorization : authorization.left(blank);
+    if (scheme.compare(QLatin1String("Bearer"), Qt::CaseInsensitive) != 0) {
+        response->setError(Response::RE_BadAuthorization, scheme);
+        return false;
+    }
+    const QString key = blank < 0 ? QString() : authorization.mid(blank + 1).trimmed();
+    const QByteArray digest = keyDigest(key).toLatin1();
+    bool known = false;
+    for (auto it = m_rows.constBegin(); it != m_rows.constEnd(); ++it) {
+        if (it.key().startsWith(kKeyPrefix) && !key.isEmpty())
+            known |= constantTimeEquals(digest, it.value().trimmed().toLatin1());
+    }
+    if (!known) {
+        // Never echo a whole key.
+        response->setError(Response::RE_BadApiToken, key.left(4) + QStringLiteral("..."));
+        return false;
+    }
+    return true;
+}
+
+bool Licence::deviceAllowed(uint vid) const
+{
+    const auto it = m_rows.constFind(kDevicesRow);
+    return it != m_rows.constEnd() && deviceListAllows(*it, vid);
+}
+
+QString Licence::keyDigest(const QString &key)
+{
+    return QString::fromLatin1(QCryptographicHash::hash(key.toUtf8(), QCryptographicHash::Sha256).toHex());
+}
+
+bool Licence::deviceListAllows(const QString &list, uint vid)
+{
+    const QStringList items = list.split(QLatin1Char(','), Qt::SkipEmptyParts);
+    for (const QString &raw : items) {
+        const QString item = raw.trimmed();
+        if (item == QLatin1String("*"))
+            return true;
+        const int dash = item.indexOf(QLatin1Char('-'));
+        bool okFrom = false;
+        bool okTo = false;
+        const uint from = (dash < 0 ? item : item.left(dash)).trimmed().toUInt(&okFrom);
+        const uint to = dash < 0 ? from : item.mid(dash + 1).trimmed().toUInt(&okTo);
+        if (okFrom && (dash < 0 || okTo) && vid >= from && vid <= to)
+            return true;
+    }
+    return false;
+}

@@ -1,0 +1,269 @@
+#include "worker/webapiworker.h"
+
+#include "controllers/admincontextrouter.h"
+#include "database/dbmanager.h"
+#include "licence/licence.h"
+#include "response/response.h"
+
+#include <QMetaEnum>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QUrlQuery>
+#include <QtDebug>
+
+namespace {
+
+// What X-WEBAPI-DEVEL-ENV must carry to switch on development mode for one request.
+const QString kDevelopmentToken = QStringLiteral("zmt-devel");
+
+} // namespace
+
+WebApiWorker::WebApiWorker(const QString &version, QObject *parent)
+    : HttpPluginWorker(parent)
+    , m_version(version)
+    , m_verbs({QStringLiteral("GET"), QStringLiteral("POST")})
+    , m_getPaths({QStringLiteral("info"), QStringLiteral("inters"), QStringLiteral("present"),
+                  QStringLiteral("person"), QStringLiteral("people"), QStringLiteral("groups"),
+                  QStringLiteral("response-errors")})
+    , m_postPaths({QStringLiteral("terminal"), QStringLiteral("person"), QStringLiteral("entrance")})
+    , m_terminalOnlyPaths({QStringLiteral("info"), QStringLiteral("inters"), QStringLiteral("groups"),
+                           QStringLiteral("response-errors")})
+{
+}
+
+WebApiWorker::~WebApiWorker()
+{
+    // The response goes first; the base class then closes the connection.
+    m_response.reset();
+}
+
+bool WebApiWorker::isReady()
+{
+    return true;
+}
+
+RequestHeader WebApiWorker::parseHeader(const QStringList &lines) const
+{
+    if (m_debugLevel >= 2)
+        qDebug() << "WebApiWorker::parseHeader(" << lines.size() << ")";
+    RequestHeader header;
+    header.debugLevel = m_debugLevel;
+    for (const QString &raw : lines) {
+        const QString line = raw.simplified();
+        // Unanchored searches, first hit wins, the last line of a kind wins.
+        if (line.contains(QLatin1String("Pragma:"), Qt::CaseInsensitive) && line.contains(QLatin1String("token")))
+            header.token = headerValue(line);
+        else if (line.contains(QLatin1String("Content-Type"), Qt::CaseInsensitive))
+            header.contentType = headerValue(line);
+        else if (line.contains(QLatin1String("Authorization"), Qt::CaseInsensitive)) {
+            header.authorization = headerValue(line);
+            header.valid = true;
+        } else if (line.contains(QLatin1String("X-ZMT-TID"), Qt::CaseInsensitive))
+            header.tid = headerValue(line);
+        else if (line.contains(QLatin1String("X-ZMT-AID"), Qt::CaseInsensitive))
+            header.aid = headerValue(line);
+        else if (line.contains(QLatin1String("X-WEBAPI-DEVEL-ENV"), Qt::CaseInsensitive))
+            header.develEnv = headerValue(line) == kDevelopmentToken;
+    }
+    return header;
+}
+
+QString WebApiWorker::headerValue(const QString &line)
+{
+    // A value ends at the next colon; clients never send one inside a value.
+    const QStringList parts = line.split(QLatin1Char(':'), Qt::SkipEmptyParts);
+    if (parts.size() < 2)
+        return QString();
+    return parts.at(1).trimmed();
+}
+
+void WebApiWorker::selectContext(const QString &method, const QString &firstWord)
+{
+    if (method == QLatin1String("GET") && m_terminalOnlyPaths.contains(firstWord))
+        m_contextType = TerminalContext;
+    else if (!m_header.aid.isEmpty())
+        m_contextType = AdminContext;
+    else
+        m_contextType = TerminalContext;
+}
+
+QStringList WebApiWorker::urlPathWords(const QUrl &url)
+{
+    QStringList words = url.path(QUrl::FullyDecoded).split(QLatin1Char('/'), Qt::SkipEmptyParts);
+    if (!words.isEmpty())
+        words.removeFirst();
+    return words;
+}
+
+QByteArray WebApiWorker::buildResponse(const QString &method, const QUrl &url, const QStringList &headers,
+                                       const QByteArray &body)
+{
+    if (m_debugLevel == 1) {
+        qDebug("WebApiWorker::buildResponse()");
+    } else if (m_debugLevel >= 2) {
+        qDebug() << "WebApiWorker::buildResponse(" << method << url.toString() << headers.size() << body.size()
+                 << ")";
+        qDebug() << "WebApiWorker: URL path:" << url.path(QUrl::FullyDecoded)
+                 << " query:" << QUrlQuery(url).query();
+    }
+
+    const QStringList words = urlPathWords(url);
+    m_header = parseHeader(headers);
+    const QString firstWord = words.isEmpty() ? QString() : words.first();
+    selectContext(method, firstWord);
+
+    m_response.reset(new Response(m_header));
+    m_response->setHeader(QStringLiteral("X-WEBAPI-VER"), m_version);
+
+    if (!m_header.valid)
+        return m_response->renderError(Response::RE_Unauthorized);
+
+    if (m_debugLevel >= 2)
+        qDebug() << "WebApiWorker: pathParts:" << words.join(QStringLiteral(" | "));
+    if (m_header.develEnv) {
+        QVariantMap request;
+        request.insert(QStringLiteral("method"), method);
+        request.insert(QStringLiteral("path"), words.join(QLatin1Char('/')));
+        m_response->setDebugValue(QStringLiteral("buildResponse"), request);
+    }
+
+    if (!initDatabase())
+        return m_response->renderError(Response::RE_BadDatabase, m_db.databaseName());
+    if (!checkWebApiEnabled(firstWord))
+        return m_response->renderError(Response::RE_BadAuthorization, Licence::notLicensedText());
+    if (!checkAuth(m_header.authorization))
+        return m_response->renderResponse(true);
+
+    QByteArray data;
+    if (!body.isEmpty())
+        data = m_header.contentType.contains(QLatin1String("/json")) ? body : decodeWebBase64(body);
+
+    switch (m_contextType) {
+    case TerminalContext:
+        routeInTerminalContext(method, words, data);
+        break;
+    case AdminContext:
+        routeInAdminContext(method, url, data);
+        break;
+    default:
+        m_response->setError(Response::RE_UnimplementedApiContext,
+                             QString::fromLatin1(QMetaEnum::fromType<ContextType>().valueToKey(m_contextType)));
+        break;
+    }
+    return m_response->renderResponse(true);
+}
+
+bool WebApiWorker::checkWebApiEnabled(const QString &firstWord)
+{
+    Q_UNUSED(firstWord)  // the licence covers the whole interface, not single endpoints
+    m_licence.load(m_db);
+    return m_licence.webApiEnabled();
+}
+
+bool WebApiWorker::checkAuth(const QString &authorization)
+{
+    return m_licence.checkAuth(authorization, m_response.data());
+}
+
+bool WebApiWorker::checkTerminalInVorix(uint vid)
+{
+    return m_licence.deviceAllowed(vid);
+}
+
+bool WebApiWorker::initDatabase()
+{
+    if (m_debugLevel >= 2)
+        qDebug("WebApiWorker::initDatabase()");
+    if (m_dbManager) {
+        QSqlDatabase source = m_dbManager->getDatabase(m_header.token);
+        setDatabase(source);
+        // The worker runs on its own clone; the manager's per-thread handle is free again.
+        if (source.isOpen())
+            source.close();
+        if (!m_header.token.isEmpty())
+            m_dbManager->addUnusedConnection(source.connectionName());
+    } else if (m_header.token.isEmpty()) {
+        qWarning("WebApiWorker: Database manager NOT initialized!");
+    }
+    if (m_db.isValid() && !m_db.isOpen())
+        m_dbOpened = m_db.open();
+    if (m_db.lastError().isValid())
+        qCritical() << "WebApiWorker::initDatabase() - SQL ERROR:" << m_db.lastError().text();
+    return m_dbManager && m_db.isValid() && m_db.isOpen();
+}
+
+void WebApiWorker::setDatabase(const QSqlDatabase &db)
+{
+    if (m_debugLevel >= 2)
+        qDebug() << "WebApiWorker::setDatabase(" << db.databaseName() << ")";
+    const QString name = QStringLiteral("QHX.%1.WebApi").arg(db.databaseName());
+    QSqlDatabase existing = QSqlDatabase::database(name, true);
+    if (!existing.isValid())
+        existing = QSqlDatabase::cloneDatabase(db, name);
+    m_db = existing;
+}
+
+bool WebApiWorker::isValidPath(const QString &method, const QStringList &words) const
+{
+    if (words.isEmpty())
+        return false;
+    // POST paths are judged by the handler, after the body.
+    if (method != QLatin1String("GET"))
+        return true;
+    return m_getPaths.contains(words.first());
+}
+
+void WebApiWorker::routeInTerminalContext(const QString &method, const QStringList &words, const QByteArray &body)
+{
+    if (m_debugLevel != 0)
+        qDebug() << "WebApiWorker::routeInTerminalContext(" << method << ")";
+    if (!m_verbs.contains(method)) {
+        m_response->setError(Response::RE_BadMethod, method);
+        return;
+    }
+    if (!isValidPath(method, words)) {
+        m_response->setError(Response::RE_InvalidApiEndpoint, words.join(QLatin1Char('/')));
+        return;
+    }
+    if (method == QLatin1String("GET"))
+        buildGetResponse(words);
+    else if (method == QLatin1String("POST"))
+        buildPostResponse(words, body);
+    else
+        m_response->setError(Response::RE_BadMethod, method);
+}
+
+void WebApiWorker::routeInAdminContext(const QString &method, const QUrl &url, const QByteArray &body)
+{
+    if (m_debugLevel != 0)
+        qDebug() << "WebApiWorker::routeInAdminContext(" << method << ")";
+    auto *router = new AdminContextRouter();
+    AdminRequestContext ctx;
+    ctx.header = m_header;
+    ctx.method = method;
+    ctx.url = url;
+    ctx.data = QByteArray(body.constData());  // up to the first NUL, on purpose
+    ctx.response = m_response.data();
+    ctx.db = m_db;
+    router->build(ctx);
+    delete router;  // the one manual deletion: the router lives for this request only
+}
+
+QVariant WebApiWorker::terminalInfo() const
+{
+    QVariantMap info;
+    info.insert(QStringLiteral("name"), QStringLiteral("Web API"));
+    info.insert(QStringLiteral("version"), m_version);
+    info.insert(QStringLiteral("description"),
+                QStringLiteral("ZMT webAPI is organized around REST APIs. Our APIs have predictable URLs, accept "
+                               "JSON-encoded request bodies, return JSON-encoded responses, and use standard HTTP "
+                               "response codes, authentication, and verbs."));
+    return info;
+}
+
+void WebApiWorker::reportSqlError(const QSqlQuery &query, const char *logLine)
+{
+    const QString error = query.lastError().text();
+    m_response->setError(Response::RE_SQLError, error);
+    qCritical() << logLine << error << "\nSQL:" << query.lastQuery();
+}

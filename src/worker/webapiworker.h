@@ -1,0 +1,130 @@
+#ifndef WEBAPIWORKER_H
+#define WEBAPIWORKER_H
+
+#include "plugin/httppluginworker.h"
+#include "licence/licence.h"
+#include "worker/requestheader.h"
+
+#include <QSharedPointer>
+#include <QVariant>
+
+class QSqlQuery;
+class Response;
+
+// Does the plug-in's work: one request in, one complete HTTP response out. The spine
+// (parsing, context, database, licence, routing) lives in webapiworker.cpp; the terminal
+// handlers and the database operations in files of their own by theme.
+class WebApiWorker : public HttpPluginWorker
+{
+    Q_OBJECT
+
+public:
+    enum ContextType { UnknownContext = 0, TerminalContext = 1, AdminContext = 2 };
+    Q_ENUM(ContextType)
+
+    WebApiWorker(const QString &version, QObject *parent = nullptr);
+    ~WebApiWorker() override;
+
+    QByteArray buildResponse(const QString &method, const QUrl &url,
+                             const QStringList &headers, const QByteArray &body) override;
+    void setDatabase(const QSqlDatabase &db) override;
+    bool isReady() override;
+
+    RequestHeader parseHeader(const QStringList &lines) const;
+    static QString headerValue(const QString &line);
+    void selectContext(const QString &method, const QString &firstWord);
+    static QStringList urlPathWords(const QUrl &url);
+    bool initDatabase();
+    bool isValidPath(const QString &method, const QStringList &words) const;
+    void routeInTerminalContext(const QString &method, const QStringList &words, const QByteArray &body);
+    void routeInAdminContext(const QString &method, const QUrl &url, const QByteArray &body);
+    QVariant terminalInfo() const;
+
+    ContextType contextType() const { return m_contextType; }
+    const RequestHeader &header() const { return m_header; }
+    Response *response() const { return m_response.data(); }
+
+    // Licence checks on the request's connection (rows read once per request).
+    bool checkWebApiEnabled(const QString &firstWord);
+    bool checkAuth(const QString &authorization);
+    bool checkTerminalInVorix(uint vid);
+
+    // Composite identifiers and time texts (identifiers.cpp).
+    static QString encodeId(uint first, uint second);
+    static bool decodeId(const QString &text, uint &first, uint &second);
+    static QString secsToIsoDateTime(qint64 secs);
+    static QString secsToIsoDate(qint64 secs);
+    static qint64 isoToSecs(const QString &text);
+
+    // Terminal verb handlers (handlers.cpp).
+    void buildGetResponse(const QStringList &words);
+    void buildPostResponse(const QStringList &words, const QByteArray &body);
+    void buildPutResponse(const QStringList &words, const QByteArray &body);
+    void buildDeleteResponse(const QStringList &words);
+
+    // Terminal records (terminals.cpp).
+    bool dbCheckTerm(uint tid, uint vorixID);
+    bool dbSetTermOnline(uint tid);
+    uint dbInsertTerm(const QVariantMap &data);
+    QVariantMap dbGetTerm(uint tid);
+    bool dbUpdateTerm(uint tid, const QVariantMap &data);
+
+    // People (people.cpp).
+    bool dbCheckPerson(uint uid, uint pid);
+    bool dbDeletePerson(uint tid, uint uid);
+    QVariant dbGetPeople(uint uid);
+    QVariant dbGetPeople4Terminal(uint tid, uint uid);
+    uint dbInsertPerson(uint tid, const QVariantMap &data);
+    bool dbUpdatePerson(uint tid, uint uid, const QVariantMap &data);
+    bool dbSetOtherTermsPeopleSync(uint tid, uint uid, char type);
+
+    // Entrances (entrances.cpp).
+    bool dbCheckEntrance(uint id, uint refId);
+    bool dbDeleteEntrance(uint tid, uint id);
+    uint dbGetEntranceMaxRefId(uint tid);
+    uint dbInsertEntrance(uint tid, const QVariantMap &data);
+    QVariant dbGetEntrance(uint id);
+
+    // Synchronisation feed (sync.cpp); built and tested, not routed.
+    bool dbGetSync(uint tid, bool force);
+    QVariantMap dbGetSyncInters(uint tid, bool force);
+    QVariantMap dbGetSyncPeople(uint tid, bool force);
+    QVariantMap dbGetSyncSaldo(uint tid, bool force);
+    QVariantMap dbGetSyncPresent(uint tid, bool force);
+    QVariantMap dbGetSyncTimezones(uint tid, bool force);
+    QVariantMap dbGetClrGrp(uint tid, bool force);
+    QVariantMap dbGetVars(uint tid);
+    int dbDeleteSync(uint tid, uint created, quint16 flags);
+    bool dbSetTermSyn(uint tid, quint16 flags);
+    QString dbGetColorGroups();
+
+    // Reference lists and balances (lists.cpp).
+    QVariant dbGetInters4Terminal(uint tid, uint vorixID);
+    QVariant dbGetInter();
+    QVariant dbGetAttendanceGroups();
+    bool dbGetSaldo(uint tid, uint uid);
+    QVariant dbGetPresent4Terminal(uint tid, uint uid);
+    QVariant dbGetPresent(uint uid);
+
+signals:
+    void recordCreated(QString tbl, uint id, const QString &token, quint8 flags);
+
+protected:
+    // The one shape of a failed statement in the terminal context: RE_SQLError with the
+    // driver's text, and the operation's critical line with the last query.
+    void reportSqlError(const QSqlQuery &query, const char *logLine);
+
+    QString m_version;
+    ContextType m_contextType = UnknownContext;
+    QStringList m_verbs;
+    QStringList m_getPaths;
+    QStringList m_postPaths;
+    QStringList m_putPaths;
+    QStringList m_deletePaths;
+    QStringList m_terminalOnlyPaths;
+    RequestHeader m_header;
+    QSharedPointer<Response> m_response;
+    Licence m_licence;  // the licence rows of the current request
+};
+
+#endif

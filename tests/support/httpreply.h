@@ -1,0 +1,32 @@
+#ifndef HTTPREPLY_H
+#define HTTPREPLY_H
+
+#include <QByteArray>
+#include <QJsonDocument>
+#include <QList>
+#include <QPair>
+
+// A complete HTTP response text as the plug-in returns it, split into its parts.
+struct HttpReply
+{
+    bool valid = false;
+    int status = 0;
+    QByteArray reason;
+    QList<QPair<QByteArray, QByteArray>> headers;  // in the order written
+    QByteArray body;
+
+    static HttpReply parse(const QByteArray &raw);
+    QByteArray header(const QByteArray &name) const;  // name matched ignoring case
+    QJsonDocument json() const { return QJsonDocument::fromJson(body); }
+    int errorCode() const;  // "code" of an error body, 0 when there is none
+    QString message() const;
+};
+
+// The response text with the X-WEBAPI-TMS value replaced by "<TMS>", for whole-response
+// comparisons.
+QByteArray maskTms(const QByteArray &raw);
+
+// Contents of a file below tests/data.
+QByteArray testData(const QString &relativePath);
+
+#endif
