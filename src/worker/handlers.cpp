@@ -30,3 +30,14 @@ void WebApiWorker::buildPostResponse(const QStringList &words, const QByteArray 
         qDebug() << "WebApiWorker::buildPostResponse(" << words.join(QStringLiteral(" | ")) << body.size() << ")";
     m_response->setError(Response::RE_InvalidApiEndpoint, words.join(QLatin1Char('/')));
 }
+
+void WebApiWorker::buildPutResponse(const QStringList &words, const QByteArray &body)
+{
+    Q_UNUSED(words)
+    Q_UNUSED(body)
+}
+
+void WebApiWorker::buildDeleteResponse(const QStringList &words)
+{
+    Q_UNUSED(words)
+}

@@ -1,6 +1,8 @@
 #include "support/httpreply.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonObject>
 #include <QRegularExpression>
 
@@ -64,4 +66,16 @@ QByteArray testData(const QString &relativePath)
     if (!file.open(QIODevice::ReadOnly))
         qFatal("missing test data %s", qUtf8Printable(file.fileName()));
     return file.readAll();
+}
+
+bool matchesExpected(const QByteArray &actual, const QString &relativePath)
+{
+    QFile file(QStringLiteral(WEBAPI_TEST_DATA "/") + relativePath);
+    if (qEnvironmentVariableIntValue("WEBAPI_UPDATE_EXPECTED") == 1) {
+        QDir().mkpath(QFileInfo(file).absolutePath());
+        if (file.open(QIODevice::WriteOnly))
+            file.write(actual);
+        return true;
+    }
+    return file.open(QIODevice::ReadOnly) && file.readAll() == actual;
 }

@@ -29,4 +29,14 @@ QByteArray maskTms(const QByteArray &raw);
 // Contents of a file below tests/data.
 QByteArray testData(const QString &relativePath);
 
+// Compares `actual` with the expected file below tests/data. With WEBAPI_UPDATE_EXPECTED=1
+// in the environment the file is (re)written instead, to be reviewed in the diff.
+bool matchesExpected(const QByteArray &actual, const QString &relativePath);
+#define COMPARE_EXPECTED(actual, file) \
+    do { \
+        const QByteArray actual_ = (actual); \
+        if (!matchesExpected(actual_, file)) \
+            QCOMPARE(actual_, testData(file)); \
+    } while (false)
+
 #endif
