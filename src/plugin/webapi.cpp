@@ -1,9 +1,7 @@
 #include "plugin/webapi.h"
 
+#include "plugin/buildstamp.h"
 #include "worker/webapiworker.h"
-
-#include <QDateTime>
-#include <QLocale>
 
 WebAPI::WebAPI(QObject *parent)
     : QObject(parent)
@@ -38,15 +36,6 @@ HttpPluginWorker *WebAPI::getWorker()
     if (!m_worker)
         m_worker = createWorker(this);
     return m_worker;
-}
-
-QString WebAPI::buildStamp(const QString &date, const QString &time)
-{
-    // The compiler pads a one-digit day with a blank; en_US keeps month names fixed.
-    const QTime t = QTime::fromString(time.simplified(), QStringLiteral("hh:mm:ss"));
-    const QDate d = QLocale(QStringLiteral("en_US")).toDate(date.simplified(), QStringLiteral("MMM d yyyy"));
-    const QDateTime stamp(d, t, Qt::LocalTime);
-    return stamp.isValid() ? stamp.toString(QStringLiteral("yyMMddhhmm")) : QString();
 }
 
 QMap<QString, QString> WebAPI::getVerInfo() const

@@ -25,10 +25,6 @@ public:
     HttpPluginWorker *getWorker() override;
     QMap<QString, QString> getVerInfo() const override;
 
-    // The build stamp "yyMMddhhmm" from compiler date and time texts; empty when they do
-    // not parse.
-    static QString buildStamp(const QString &date, const QString &time);
-
 signals:
     void recordCreated(QString tbl, uint id, const QString &token, quint8 flags);
 

@@ -1,0 +1,13 @@
+#include "plugin/buildstamp.h"
+
+#include <QDateTime>
+#include <QLocale>
+
+QString buildStamp(const QString &date, const QString &time)
+{
+    // The compiler pads a one-digit day with a blank; en_US keeps month names fixed.
+    const QTime t = QTime::fromString(time.simplified(), QStringLiteral("hh:mm:ss"));
+    const QDate d = QLocale(QStringLiteral("en_US")).toDate(date.simplified(), QStringLiteral("MMM d yyyy"));
+    const QDateTime stamp(d, t, Qt::LocalTime);
+    return stamp.isValid() ? stamp.toString(QStringLiteral("yyMMddhhmm")) : QString();
+}
