@@ -3,6 +3,26 @@
 #include "plugin/buildstamp.h"
 #include "worker/webapiworker.h"
 
+#include <QtPlugin>
+
+// Plug-in metadata as moc would write it for Q_PLUGIN_METADATA(IID ...), plus the key
+// "MetaData" with an empty object, which hosts expect and which moc of Qt 5.15 leaves out
+// when it is empty. CBOR: an open map of IID (key 2), className (key 3), MetaData (key 4).
+QT_PLUGIN_METADATA_SECTION
+static constexpr unsigned char qt_pluginMetaData[] = {
+    'Q', 'T', 'M', 'E', 'T', 'A', 'D', 'A', 'T', 'A', ' ', '!',
+    // metadata version, Qt version, architectural requirements (the debug mark among them)
+    0, QT_VERSION_MAJOR, QT_VERSION_MINOR, qPluginArchRequirements(),
+    0xbf,
+    0x02, 0x78, 37,
+    'c', 'o', 'm', '.', 'n', 'o', 'r', 'v', 'a', '-', 't', 'e', 'k', '.', 'q', 'h', 'x', '.', 'H',
+    't', 't', 'p', 'P', 'l', 'u', 'g', 'i', 'n', 'I', 'n', 't', 'e', 'r', 'f', 'a', 'c', 'e',
+    0x03, 0x66, 'W', 'e', 'b', 'A', 'P', 'I',
+    0x04, 0xa0,
+    0xff,
+};
+QT_MOC_EXPORT_PLUGIN(WebAPI, WebAPI)
+
 WebAPI::WebAPI(QObject *parent)
     : QObject(parent)
 {

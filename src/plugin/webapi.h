@@ -13,7 +13,7 @@ class WebApiWorker;
 class WebAPI : public QObject, public HttpPluginInterface, public VerInfoInterface
 {
     Q_OBJECT
-    Q_PLUGIN_METADATA(IID "com.norva-tek.qhx.HttpPluginInterface")
+    // The plug-in metadata and entry points are written in webapi.cpp, not by moc.
     Q_INTERFACES(HttpPluginInterface VerInfoInterface)
 
 public:
