@@ -86,12 +86,8 @@ void TestDBManager::initTestCase()
 
     m_infoConnection = QStringLiteral("QHX.InfoDB.") + m_info->name();
     m_zmtConnection = QStringLiteral("QHX.ZMTDB.") + m_info->name();
-    QSqlDatabase info = QSqlDatabase::addDatabase(QStringLiteral("QMYSQL"), m_infoConnection);
-    info.setHostName(TestServer::host());
-    info.setPort(TestServer::port());
-    info.setUserName(TestServer::user());
-    info.setPassword(TestServer::password());
-    info.setDatabaseName(m_info->name());
+    QSqlDatabase info = TestServer::connect(m_infoConnection, m_info->name());
+    info.close();  // the manager's own open attempt is what isInfoDB reports
     QSqlDatabase::cloneDatabase(info, m_zmtConnection);
     // What an unusable token falls back to.
     QSqlDatabase::cloneDatabase(info, QLatin1String(QSqlDatabase::defaultConnection));
