@@ -1,0 +1,88 @@
+// Administrator lookup and endpoint routing of the admin context, through buildResponse.
+#include "support/apifixture.h"
+
+#include <QRegularExpression>
+#include <QtTest>
+
+class TestAdminRouter : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void refusals_data();
+    void refusals();
+    void failedLookupIsInvalidId();
+
+private:
+    QScopedPointer<ApiFixture> m_fx;
+};
+
+void TestAdminRouter::initTestCase()
+{
+    m_fx.reset(new ApiFixture(QStringLiteral("adm_router")));
+    QVERIFY2(m_fx->setUp(), qPrintable(m_fx->error()));
+    QString error;
+    QVERIFY2(TestServer::loadSqlFile(m_fx->customer().name(), QStringLiteral(WEBAPI_TEST_DATA "/admin/fixture.sql"),
+                                     &error),
+             qPrintable(error));
+}
+
+void TestAdminRouter::refusals_data()
+{
+    QTest::addColumn<QString>("method");
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("apiToken");
+    QTest::addColumn<QString>("expectedFile");
+
+    // The administrator is looked up before the endpoint word is.
+    QTest::newRow("unknown token") << "GET" << "/webapi/attendance/daily" << "tok-nobody" << "admin/no-admin.http";
+    QTest::newRow("unknown token, unknown endpoint") << "GET" << "/webapi/nothing" << "tok-nobody"
+                                                     << "admin/no-admin.http";
+    QTest::newRow("deleted admin") << "GET" << "/webapi/work/daily" << "tok-deleted" << "admin/no-admin.http";
+    QTest::newRow("status 0") << "GET" << "/webapi/report/daily" << "tok-disabled" << "admin/invalid-admin.http";
+    QTest::newRow("status 0, unknown endpoint") << "GET" << "/webapi/nothing" << "tok-disabled"
+                                                << "admin/invalid-admin.http";
+    // Permission is each controller's check, so an unknown word is reported as such.
+    QTest::newRow("no permission, attendance") << "GET" << "/webapi/attendance/daily" << "tok-noperm"
+                                               << "admin/no-permission.http";
+    QTest::newRow("no permission, report") << "GET" << "/webapi/report/monthly" << "tok-noperm"
+                                           << "admin/no-permission.http";
+    QTest::newRow("no permission, work") << "GET" << "/webapi/work/daily" << "tok-noperm"
+                                         << "admin/no-permission.http";
+    QTest::newRow("no permission, unknown endpoint") << "GET" << "/webapi/nothing" << "tok-noperm"
+                                                     << "admin/invalid-endpoint-nothing.http";
+    QTest::newRow("post") << "POST" << "/webapi/attendance/daily" << "tok-boss" << "admin/bad-method-post.http";
+    QTest::newRow("post before permission") << "POST" << "/webapi/work/daily" << "tok-noperm"
+                                            << "admin/bad-method-post.http";
+    QTest::newRow("post, unknown endpoint") << "POST" << "/webapi/nothing" << "tok-boss"
+                                            << "admin/invalid-endpoint-nothing.http";
+    QTest::newRow("endpoint case") << "GET" << "/webapi/Attendance/daily" << "tok-boss"
+                                   << "admin/invalid-endpoint-Attendance.http";
+    QTest::newRow("no endpoint") << "GET" << "/webapi" << "tok-boss" << "admin/invalid-endpoint-empty.http";
+}
+
+void TestAdminRouter::refusals()
+{
+    QFETCH(QString, method);
+    QFETCH(QString, path);
+    QFETCH(QString, apiToken);
+    QFETCH(QString, expectedFile);
+    COMPARE_EXPECTED(maskTms(m_fx->call(method, path, m_fx->adminHeaders(apiToken))), expectedFile);
+}
+
+void TestAdminRouter::failedLookupIsInvalidId()
+{
+    QVERIFY(m_fx->customer().exec(QStringLiteral("RENAME TABLE admins TO admins_away")));
+    QTest::ignoreMessage(QtWarningMsg,
+                         QRegularExpression(QStringLiteral("^AdminContextBuilder::getAdminId from ZMTDB failed! Error: .+")));
+    const HttpReply reply = m_fx->request(QStringLiteral("GET"), QStringLiteral("/webapi/attendance/daily"),
+                                          m_fx->adminHeaders(QStringLiteral("tok-boss")));
+    QVERIFY(m_fx->customer().exec(QStringLiteral("RENAME TABLE admins_away TO admins")));
+    QCOMPARE(reply.status, 400);
+    QCOMPARE(reply.errorCode(), 100102);
+    QCOMPARE(reply.message(), QStringLiteral("Invalid ID 'tok-boss'!"));
+}
+
+QTEST_GUILESS_MAIN(TestAdminRouter)
+#include "tst_admin_router.moc"
