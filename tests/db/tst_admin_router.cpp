@@ -1,5 +1,5 @@
 // Administrator lookup and endpoint routing of the admin context, through buildResponse.
-#include "support/apifixture.h"
+#include "support/adminfixture.h"
 
 #include <QRegularExpression>
 #include <QtTest>
@@ -23,9 +23,7 @@ void TestAdminRouter::initTestCase()
     m_fx.reset(new ApiFixture(QStringLiteral("adm_router")));
     QVERIFY2(m_fx->setUp(), qPrintable(m_fx->error()));
     QString error;
-    QVERIFY2(TestServer::loadSqlFile(m_fx->customer().name(), QStringLiteral(WEBAPI_TEST_DATA "/admin/fixture.sql"),
-                                     &error),
-             qPrintable(error));
+    QVERIFY2(AdminFixture::load(*m_fx, &error), qPrintable(error));
 }
 
 void TestAdminRouter::refusals_data()
