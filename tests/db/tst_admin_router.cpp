@@ -1,6 +1,8 @@
 // Administrator lookup and endpoint routing of the admin context, through buildResponse.
 #include "support/adminfixture.h"
 
+#include "worker/webapiworker.h"
+
 #include <QRegularExpression>
 #include <QtTest>
 
@@ -13,6 +15,7 @@ private slots:
     void refusals_data();
     void refusals();
     void failedLookupIsInvalidId();
+    void debugLinesAtLevelOne();
 
 private:
     QScopedPointer<ApiFixture> m_fx;
@@ -80,6 +83,21 @@ void TestAdminRouter::failedLookupIsInvalidId()
     QCOMPARE(reply.status, 400);
     QCOMPARE(reply.errorCode(), 100102);
     QCOMPARE(reply.message(), QStringLiteral("Invalid ID 'tok-boss'!"));
+}
+
+void TestAdminRouter::debugLinesAtLevelOne()
+{
+    // Any non-zero level switches on the admin context's trace; the request still succeeds.
+    m_fx->worker()->setDebugLevel(1);
+    QTest::ignoreMessage(QtDebugMsg, "AdminContextRouter::build() endpoint: 'report' data size: 0");
+    QTest::ignoreMessage(QtDebugMsg, "ReportController::process() endpoint: 'report'");
+    QTest::ignoreMessage(QtDebugMsg, "ReportController::buildMonthlyData() period: '2024-05' aid: 1");
+    QTest::ignoreMessage(QtDebugMsg, "EmployeeAttendanceBuilder::collectActiveEmployees() '2024-05-01' .. '2024-05-31' aid: 1");
+    QTest::ignoreMessage(QtDebugMsg, "EmployeeAttendanceBuilder::collectEmployeeData() '2024-05-01' .. '2024-05-31' aid: 1");
+    const HttpReply reply = m_fx->request(QStringLiteral("GET"), QStringLiteral("/webapi/report/monthly/2024-05"),
+                                          m_fx->adminHeaders(QStringLiteral("tok-boss")));
+    m_fx->worker()->setDebugLevel(0);
+    QCOMPARE(reply.status, 200);
 }
 
 QTEST_GUILESS_MAIN(TestAdminRouter)
