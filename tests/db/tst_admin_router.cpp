@@ -24,9 +24,8 @@ private:
 void TestAdminRouter::initTestCase()
 {
     m_fx.reset(new ApiFixture(QStringLiteral("adm_router")));
-    QVERIFY2(m_fx->setUp(), qPrintable(m_fx->error()));
     QString error;
-    QVERIFY2(AdminFixture::load(*m_fx, &error), qPrintable(error));
+    QVERIFY2(AdminFixture::setUp(*m_fx, &error), qPrintable(error));
 }
 
 void TestAdminRouter::refusals_data()

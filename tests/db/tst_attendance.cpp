@@ -29,9 +29,8 @@ private:
 void TestAttendance::initTestCase()
 {
     m_fx.reset(new ApiFixture(QStringLiteral("adm_atten")));
-    QVERIFY2(m_fx->setUp(), qPrintable(m_fx->error()));
     QString error;
-    QVERIFY2(AdminFixture::load(*m_fx, &error), qPrintable(error));
+    QVERIFY2(AdminFixture::setUp(*m_fx, &error), qPrintable(error));
 }
 
 void TestAttendance::daySheet()

@@ -30,9 +30,8 @@ private:
 void TestReports::initTestCase()
 {
     m_fx.reset(new ApiFixture(QStringLiteral("adm_report")));
-    QVERIFY2(m_fx->setUp(), qPrintable(m_fx->error()));
     QString error;
-    QVERIFY2(AdminFixture::load(*m_fx, &error), qPrintable(error));
+    QVERIFY2(AdminFixture::setUp(*m_fx, &error), qPrintable(error));
 }
 
 void TestReports::dailySummaryWholeResponse()

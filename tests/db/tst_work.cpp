@@ -28,9 +28,8 @@ private:
 void TestWork::initTestCase()
 {
     m_fx.reset(new ApiFixture(QStringLiteral("adm_work")));
-    QVERIFY2(m_fx->setUp(), qPrintable(m_fx->error()));
     QString error;
-    QVERIFY2(AdminFixture::load(*m_fx, &error), qPrintable(error));
+    QVERIFY2(AdminFixture::setUp(*m_fx, &error), qPrintable(error));
 }
 
 void TestWork::dayWholeResponse()

@@ -4,8 +4,13 @@
 
 namespace AdminFixture {
 
-bool load(ApiFixture &fx, QString *error)
+bool setUp(ApiFixture &fx, QString *error)
 {
+    if (!fx.setUp()) {
+        if (error)
+            *error = fx.error();
+        return false;
+    }
     if (!TestServer::loadSqlFile(fx.customer().name(), QStringLiteral(WEBAPI_TEST_DATA "/admin/fixture.sql"), error))
         return false;
     const QDate today = QDate::currentDate();
