@@ -14,6 +14,8 @@ private slots:
     void initTestCase();
     void refusals_data();
     void refusals();
+    void periodRefusals_data();
+    void periodRefusals();
     void failedLookupIsInvalidId();
     void debugLinesAtLevelOne();
 
@@ -69,6 +71,35 @@ void TestAdminRouter::refusals()
     QFETCH(QString, apiToken);
     QFETCH(QString, expectedFile);
     COMPARE_EXPECTED(maskTms(m_fx->call(method, path, m_fx->adminHeaders(apiToken))), expectedFile);
+}
+
+void TestAdminRouter::periodRefusals_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("message");  // all with status 400
+    // The argument is the filter as the digit filter left it, never the raw word.
+    QTest::newRow("no such day") << "attendance/daily/2024-02-30" << "Invalid date '2024-02-30'!";
+    QTest::newRow("filtered word") << "attendance/daily/x2024-02-30y" << "Invalid date '2024-02-30'!";
+    QTest::newRow("minus alone") << "attendance/daily/-" << "Invalid date '-'!";
+    QTest::newRow("month 13") << "attendance/monthly/2024-13" << "Invalid month '2024-13'!";
+    QTest::newRow("day in month mode") << "attendance/monthly/2024-05-01" << "Invalid month '2024-05-01'!";
+    QTest::newRow("unknown period") << "attendance/yearly" << "Invalid API endpoint 'yearly'!";
+    QTest::newRow("period case") << "attendance/Daily" << "Invalid API endpoint 'Daily'!";
+    QTest::newRow("no period") << "attendance" << "Invalid API endpoint ''!";
+    QTest::newRow("report, common year") << "report/daily-detailed/2023-02-29" << "Invalid date '2023-02-29'!";
+    QTest::newRow("report, month 13") << "report/monthly-detailed/2024-13" << "Invalid month '2024-13'!";
+    QTest::newRow("report, no period") << "report" << "Invalid API endpoint ''!";
+    QTest::newRow("work, month 13 in a day") << "work/daily/2024-13-01" << "Invalid date '2024-13-01'!";
+    QTest::newRow("work, unknown period") << "work/weekly" << "Invalid API endpoint 'weekly'!";
+}
+
+void TestAdminRouter::periodRefusals()
+{
+    QFETCH(QString, path);
+    QFETCH(QString, message);
+    const HttpReply reply = AdminFixture::get(*m_fx, path);
+    QCOMPARE(reply.status, 400);
+    QCOMPARE(reply.message(), message);
 }
 
 void TestAdminRouter::failedLookupIsInvalidId()

@@ -18,8 +18,6 @@ private slots:
     void emptyDay();
     void relativeFilters_data();
     void relativeFilters();
-    void refusals_data();
-    void refusals();
     void sqlFailure();
 
 private:
@@ -98,31 +96,6 @@ void TestAttendance::relativeFilters()
     const QJsonObject first = byOffset.json().array().first().toObject();
     QCOMPARE(first.value(QStringLiteral("personId")).toInt(), 101);
     QCOMPARE(first.value(QStringLiteral("worked")).toDouble(), worked);
-}
-
-void TestAttendance::refusals_data()
-{
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<int>("status");
-    QTest::addColumn<QString>("message");
-    QTest::newRow("no such day") << "attendance/daily/2024-02-30" << 400 << "Invalid date '2024-02-30'!";
-    QTest::newRow("minus alone") << "attendance/daily/-" << 400 << "Invalid date '-'!";
-    QTest::newRow("filtered word") << "attendance/daily/x2024-02-30y" << 400 << "Invalid date '2024-02-30'!";
-    QTest::newRow("month 13") << "attendance/monthly/2024-13" << 400 << "Invalid month '2024-13'!";
-    QTest::newRow("day in month mode") << "attendance/monthly/2024-05-01" << 400 << "Invalid month '2024-05-01'!";
-    QTest::newRow("unknown period") << "attendance/yearly" << 400 << "Invalid API endpoint 'yearly'!";
-    QTest::newRow("no period") << "attendance" << 400 << "Invalid API endpoint ''!";
-    QTest::newRow("period case") << "attendance/Daily" << 400 << "Invalid API endpoint 'Daily'!";
-}
-
-void TestAttendance::refusals()
-{
-    QFETCH(QString, path);
-    QFETCH(int, status);
-    QFETCH(QString, message);
-    const HttpReply reply = AdminFixture::get(*m_fx, path);
-    QCOMPARE(reply.status, status);
-    QCOMPARE(reply.message(), message);
 }
 
 void TestAttendance::sqlFailure()

@@ -19,8 +19,6 @@ private slots:
     void periods();
     void relativeFilterMatchesLiteral();
     void otherAdministrator();
-    void refusals_data();
-    void refusals();
     void failingQueryLeavesEmployeeDataNull();
 
 private:
@@ -126,26 +124,6 @@ void TestReports::otherAdministrator()
     for (const QJsonValue &person : body.value(QStringLiteral("employeeData")).toArray())
         pids.append(person.toObject().value(QStringLiteral("personId")).toInt());
     QCOMPARE(pids, (QList<int>{102, 104}));
-}
-
-void TestReports::refusals_data()
-{
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<QString>("message");
-    QTest::newRow("no such day") << "report/daily/2024-02-30" << "Invalid date '2024-02-30'!";
-    QTest::newRow("no such day, detailed") << "report/daily-detailed/2023-02-29" << "Invalid date '2023-02-29'!";
-    QTest::newRow("month 13") << "report/monthly/2024-13" << "Invalid month '2024-13'!";
-    QTest::newRow("month 13, detailed") << "report/monthly-detailed/2024-13" << "Invalid month '2024-13'!";
-    QTest::newRow("no period") << "report" << "Invalid API endpoint ''!";
-}
-
-void TestReports::refusals()
-{
-    QFETCH(QString, path);
-    QFETCH(QString, message);
-    const HttpReply reply = AdminFixture::get(*m_fx, path);
-    QCOMPARE(reply.status, 400);
-    QCOMPARE(reply.message(), message);
 }
 
 void TestReports::failingQueryLeavesEmployeeDataNull()

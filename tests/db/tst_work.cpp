@@ -17,8 +17,6 @@ private slots:
     void relativeFilters_data();
     void relativeFilters();
     void emptyPeriod();
-    void refusals_data();
-    void refusals();
     void sqlFailure();
 
 private:
@@ -81,24 +79,6 @@ void TestWork::emptyPeriod()
     const HttpReply reply = AdminFixture::get(*m_fx, QStringLiteral("work/monthly/2001-01"));
     QCOMPARE(reply.status, 200);
     QCOMPARE(reply.body, QByteArray("[\n]\n"));
-}
-
-void TestWork::refusals_data()
-{
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<QString>("message");
-    QTest::newRow("month 13 in a day") << "work/daily/2024-13-01" << "Invalid date '2024-13-01'!";
-    QTest::newRow("unknown period") << "work/weekly" << "Invalid API endpoint 'weekly'!";
-    QTest::newRow("no period") << "work" << "Invalid API endpoint ''!";
-}
-
-void TestWork::refusals()
-{
-    QFETCH(QString, path);
-    QFETCH(QString, message);
-    const HttpReply reply = AdminFixture::get(*m_fx, path);
-    QCOMPARE(reply.status, 400);
-    QCOMPARE(reply.message(), message);
 }
 
 void TestWork::sqlFailure()
