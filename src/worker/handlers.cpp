@@ -10,6 +10,24 @@
 // The terminal verb handlers: a path and a body in, calls of the db operations out. They hold
 // no SQL and never render; the first failure ends a handler.
 
+namespace {
+
+// The path test every handler starts with: enough words, and a first word the verb serves.
+bool isServedPath(const QStringList &words, int minWords, const QStringList &paths, Response *response)
+{
+    if (words.size() < minWords) {
+        response->setError(Response::RE_InvalidApiEndpoint, words.join(QLatin1Char('/')));
+        return false;
+    }
+    if (!paths.contains(words.first())) {
+        response->setError(Response::RE_InvalidApiEndpoint, words.first());
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
 bool WebApiWorker::checkTerminalId(const QString &text, uint &tid, const std::function<bool()> &between)
 {
     uint vorixID = 0;
@@ -43,15 +61,9 @@ void WebApiWorker::buildGetResponse(const QStringList &words)
 {
     if (m_debugLevel != 0)
         qDebug() << "WebApiWorker::buildGetResponse(" << words.join(QStringLiteral(" | ")) << ")";
-    if (words.isEmpty()) {
-        m_response->setError(Response::RE_InvalidApiEndpoint, words.join(QLatin1Char('/')));
+    if (!isServedPath(words, 1, m_getPaths, m_response.data()))
         return;
-    }
     const QString &word = words.first();
-    if (!m_getPaths.contains(word)) {
-        m_response->setError(Response::RE_InvalidApiEndpoint, word);
-        return;
-    }
     // The public lists need no terminal.
     if (word == QLatin1String("info")) {
         m_response->setData(terminalInfo());
@@ -90,15 +102,9 @@ void WebApiWorker::buildPostResponse(const QStringList &words, const QByteArray 
         qDebug() << "WebApiWorker::buildPostResponse(" << words.join(QStringLiteral(" | ")) << body.size() << ")";
     QJsonParseError parseError;
     const QVariantMap data = QJsonDocument::fromJson(body, &parseError).toVariant().toMap();
-    if (words.isEmpty()) {
-        m_response->setError(Response::RE_InvalidApiEndpoint, words.join(QLatin1Char('/')));
+    if (!isServedPath(words, 1, m_postPaths, m_response.data()))
         return;
-    }
     const QString &word = words.first();
-    if (!m_postPaths.contains(word)) {
-        m_response->setError(Response::RE_InvalidApiEndpoint, word);
-        return;
-    }
     if (parseError.error != QJsonParseError::NoError) {
         m_response->setError(Response::RE_JsonParseError, parseError.errorString(), QString::number(parseError.offset));
         return;
@@ -141,15 +147,9 @@ void WebApiWorker::buildPutResponse(const QStringList &words, const QByteArray &
         qDebug() << "WebApiWorker::buildPutResponse(" << words.join(QStringLiteral(" | ")) << body.size() << ")";
     QJsonParseError parseError;
     const QVariantMap data = QJsonDocument::fromJson(body, &parseError).toVariant().toMap();
-    if (words.size() < 2) {
-        m_response->setError(Response::RE_InvalidApiEndpoint, words.join(QLatin1Char('/')));
+    if (!isServedPath(words, 2, m_putPaths, m_response.data()))
         return;
-    }
     const QString &word = words.first();
-    if (!m_putPaths.contains(word)) {
-        m_response->setError(Response::RE_InvalidApiEndpoint, word);
-        return;
-    }
     // The terminal comes from the path here, and the body is judged after its identifier.
     uint tid = 0;
     const bool known = checkTerminalId(words.at(1), tid, [&]() {
@@ -193,15 +193,9 @@ void WebApiWorker::buildDeleteResponse(const QStringList &words)
 {
     if (m_debugLevel != 0)
         qDebug() << "WebApiWorker::buildDeleteResponse(" << words.join(QStringLiteral(" | ")) << ")";
-    if (words.size() < 3) {
-        m_response->setError(Response::RE_InvalidApiEndpoint, words.join(QLatin1Char('/')));
+    if (!isServedPath(words, 3, m_deletePaths, m_response.data()))
         return;
-    }
     const QString &word = words.first();
-    if (!m_deletePaths.contains(word)) {
-        m_response->setError(Response::RE_InvalidApiEndpoint, word);
-        return;
-    }
     uint tid = 0;
     if (!checkTerminalId(words.at(1), tid))
         return;
