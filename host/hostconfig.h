@@ -30,6 +30,9 @@ struct HostConfig
     quint8 debugLevel = 0;
     qint64 bodyLimit = 0;    // bytes
     int timeoutSeconds = 0;  // to receive one whole request, and to write one response
+    int authFailures = 0;    // per client address and minute before 429; 0: unlimited
+    QString tlsCertificate;  // PEM files; both empty: plain HTTP
+    QString tlsKey;
     QString webhookUrl;
 
     // Reads every key; false with a one-line reason in `error` on a value that is unusable.

@@ -1,6 +1,7 @@
 #ifndef HTTPSERVER_H
 #define HTTPSERVER_H
 
+#include "auththrottle.h"
 #include "hostconfig.h"
 
 #include <QByteArray>
@@ -9,6 +10,7 @@
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
+#include <boost/asio/ssl/context.hpp>
 #include <boost/asio/steady_timer.hpp>
 
 #include <atomic>
@@ -25,8 +27,9 @@ class Listener;
 class Session;
 class WorkerPool;
 
-// The I/O side of the host: the listener, the sessions, the I/O threads and the graceful
-// stop on SIGINT/SIGTERM (no new connections, requests in flight answered, then `stopped`).
+// The I/O side of the host: the listener, the sessions (plain or TLS), the throttle of failed
+// authentications, the I/O threads and the graceful stop on SIGINT/SIGTERM (no new
+// connections, requests in flight answered, then `stopped`).
 class HttpServer
 {
 public:
@@ -45,6 +48,9 @@ public:
     bool stopping() const { return m_stopping; }
     bool servesPath(const std::string &path) const;
     const QByteArray &baseUrl() const { return m_baseUrl; }
+    AuthThrottle &throttle() { return m_throttle; }
+    // The certificate and key of tls/*; null when the host speaks plain HTTP.
+    boost::asio::ssl::context *tlsContext() const { return m_tls.get(); }
 
     void addSession(const std::shared_ptr<Session> &session);
     void removeSession(Session *session);
@@ -52,12 +58,15 @@ public:
 private:
     void beginStop();
     void finishIfDone();
+    bool loadTls(QString *error);
 
     const HostConfig m_config;
     WorkerPool &m_pool;
     std::vector<std::string> m_paths;
     QByteArray m_baseUrl;
     std::function<void()> m_stopped;
+    AuthThrottle m_throttle;
+    std::unique_ptr<boost::asio::ssl::context> m_tls;
 
     // Declared before the io_context: handlers it destroys may still end sessions.
     std::mutex m_mutex;

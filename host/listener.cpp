@@ -2,7 +2,7 @@
 
 #include "hostlog.h"
 #include "httpserver.h"
-#include "session.h"
+#include "httpsession.h"
 
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/post.hpp>
@@ -61,7 +61,11 @@ void Listener::onAccept(beast::error_code ec, net::ip::tcp::socket socket)
         return;
     if (ec)
         hostLog(QStringLiteral("accept failed: %1").arg(QString::fromStdString(ec.message())));
-    else if (!m_server.stopping())
-        std::make_shared<Session>(std::move(socket), m_server)->run();
+    else if (!m_server.stopping()) {
+        if (net::ssl::context *tls = m_server.tlsContext())
+            std::make_shared<HttpSession<TlsStream>>(m_server, std::move(socket), *tls)->run();
+        else
+            std::make_shared<HttpSession<PlainStream>>(m_server, std::move(socket))->run();
+    }
     accept();
 }

@@ -11,6 +11,7 @@
 
 #include <QCoreApplication>
 #include <QFileInfo>
+#include <QHostAddress>
 #include <QPluginLoader>
 #include <QSqlError>
 #include <QTimer>
@@ -136,9 +137,12 @@ int serve(QCoreApplication &app, const HostConfig &config)
             QTimer::singleShot(kWebhookGraceMs, &app, &QCoreApplication::quit);
         }, Qt::QueuedConnection);
     });
-    hostLog(QStringLiteral("webapi-host: plug-in %1 version %2, %3 workers, %4 I/O threads, listening on http://%5:%6")
+    hostLog(QStringLiteral("webapi-host: plug-in %1 version %2, %3 workers, %4 I/O threads, listening on %5")
                 .arg(config.plugin, plugin->getVersion()).arg(config.threads).arg(config.ioThreads)
-                .arg(config.address).arg(server.port()));
+                .arg(QString::fromUtf8(server.baseUrl())));
+    if (!server.tlsContext() && !QHostAddress(config.address).isLoopback())
+        hostLog(QStringLiteral("webapi-host: plain HTTP on a non-loopback address: keys travel in clear; "
+                               "set tls/certificate and tls/key or put a TLS proxy in front"));
     app.exec();
     server.join();
     pool.stop();

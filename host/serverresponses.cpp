@@ -8,10 +8,12 @@ namespace http = boost::beast::http;
 
 namespace {
 
-std::string make(http::status status, const std::string &text, bool keepAlive)
+std::string make(http::status status, const std::string &text, bool keepAlive, int retryAfter = 0)
 {
     http::response<http::string_body> response{status, 11};
     response.set(http::field::server, "webapi-host");
+    if (retryAfter > 0)
+        response.set(http::field::retry_after, std::to_string(retryAfter));
     response.set(http::field::content_type, "text/plain; charset=utf-8");
     response.keep_alive(keepAlive);
     response.body() = text + "\n";
@@ -52,4 +54,9 @@ std::string ServerResponses::payloadTooLarge()
 std::string ServerResponses::headersTooLarge()
 {
     return make(http::status::request_header_fields_too_large, "request header too large", false);
+}
+
+std::string ServerResponses::tooManyRequests(int retryAfter, bool keepAlive)
+{
+    return make(http::status::too_many_requests, "too many failed authentications; retry later", keepAlive, retryAfter);
 }

@@ -13,6 +13,8 @@ std::string badRequest();
 std::string requestTimeout();
 std::string payloadTooLarge();
 std::string headersTooLarge();
+// An address over the limit of failed authentications; Retry-After in seconds.
+std::string tooManyRequests(int retryAfter, bool keepAlive);
 
 } // namespace ServerResponses
 

@@ -41,9 +41,9 @@ bool HostProcess::start(const QString &infoDb, const QMap<QString, QString> &set
         env.insert(it.key(), it.value());
     m_process.setProcessEnvironment(env);
     m_process.start(binary(), QStringList());
-    if (!m_process.waitForStarted(10000) || !waitForLog("listening on http://"))
+    if (!m_process.waitForStarted(10000) || !waitForLog("listening on http"))
         return false;
-    const QRegularExpression listening(QStringLiteral("listening on http://[0-9.]+:(\\d+)"));
+    const QRegularExpression listening(QStringLiteral("listening on https?://[0-9.]+:(\\d+)"));
     m_port = quint16(listening.match(QString::fromUtf8(m_log)).captured(1).toUInt());
     return m_port != 0;
 }

@@ -1,0 +1,268 @@
+#include "httpsession.h"
+
+#include "auththrottle.h"
+#include "hostlog.h"
+#include "httpserver.h"
+#include "serverresponses.h"
+#include "workerpool.h"
+
+#include "plugin/httppluginworker.h"
+
+#include <QStringList>
+#include <QUrl>
+
+#include <boost/asio/dispatch.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/write.hpp>
+
+namespace beast = boost::beast;
+namespace http = beast::http;
+namespace net = boost::asio;
+
+namespace {
+
+const std::uint32_t kHeaderLimit = 16 * 1024;
+const std::chrono::seconds kDrainTime(1);
+
+QString text(beast::string_view view)
+{
+    return QString::fromUtf8(view.data(), int(view.size()));
+}
+
+int statusOf(const QByteArray &response)
+{
+    // "HTTP/1.1 200 OK": the three digits after the first blank.
+    const int blank = response.indexOf(' ');
+    return blank < 0 ? 0 : response.mid(blank + 1, 3).toInt();
+}
+
+// The plug-in's answer to a key or scheme it refused (RE_BadAuthorization, RE_BadApiToken);
+// a missing Authorization line (100001) is a client bug, not a guess.
+bool isFailedAuthentication(const QByteArray &response)
+{
+    return statusOf(response) == 401
+        && (response.contains("\"code\": 100006") || response.contains("\"code\": 100007")
+            || response.contains("\"code\":100006") || response.contains("\"code\":100007"));
+}
+
+} // namespace
+
+template <class Stream>
+std::string HttpSession<Stream>::clientAddress(const net::ip::tcp::socket &socket)
+{
+    beast::error_code ec;
+    const auto remote = socket.remote_endpoint(ec);
+    return ec ? std::string("-") : remote.address().to_string();
+}
+
+template <class Stream>
+HttpSession<Stream>::~HttpSession()
+{
+    m_server.removeSession(this);
+}
+
+template <class Stream>
+void HttpSession<Stream>::run()
+{
+    m_server.addSession(this->shared_from_this());
+    if constexpr (kTls) {
+        // The handshake shares the request's deadline: a silent client cannot hold a slot.
+        tcp().expires_after(std::chrono::seconds(m_server.config().timeoutSeconds));
+        m_stream.async_handshake(net::ssl::stream_base::server,
+                                 beast::bind_front_handler(&HttpSession::onHandshake, this->shared_from_this()));
+    } else {
+        net::dispatch(m_stream.get_executor(), beast::bind_front_handler(&HttpSession::readRequest, this->shared_from_this()));
+    }
+}
+
+template <class Stream>
+void HttpSession<Stream>::onHandshake(beast::error_code ec)
+{
+    if (ec)
+        return closeSocket();  // not TLS, wrong version, or too slow: nothing to answer
+    readRequest();
+}
+
+template <class Stream>
+void HttpSession<Stream>::stopIfIdle()
+{
+    net::post(m_stream.get_executor(), [self = this->shared_from_this()] {
+        if (self->m_reading && !self->m_parser->got_some())
+            self->closeSocket();
+    });
+}
+
+template <class Stream>
+void HttpSession<Stream>::readRequest()
+{
+    if (m_server.stopping())
+        return drainAndClose();
+    m_parser.emplace();
+    m_parser->header_limit(kHeaderLimit);
+    m_parser->body_limit(std::uint64_t(m_server.config().bodyLimit));
+    // One deadline for the whole request: a client that trickles bytes cannot hold on.
+    tcp().expires_after(std::chrono::seconds(m_server.config().timeoutSeconds));
+    m_reading = true;
+    http::async_read(m_stream, m_buffer, *m_parser, beast::bind_front_handler(&HttpSession::onRead, this->shared_from_this()));
+}
+
+template <class Stream>
+void HttpSession<Stream>::onRead(beast::error_code ec, std::size_t)
+{
+    m_reading = false;
+    m_clock.start();
+    if (ec)
+        return failedRead(ec);
+    handleRequest();
+}
+
+template <class Stream>
+void HttpSession<Stream>::failedRead(const beast::error_code &ec)
+{
+    // The start line may have been read even when the header was refused.
+    m_method = m_parser ? std::string(m_parser->get().method_string()) : std::string();
+    m_path = m_parser ? std::string(m_parser->get().target()) : std::string();
+    m_path = m_path.substr(0, m_path.find('?'));
+    if (m_method.empty())
+        m_method = "-";
+    if (m_path.empty())
+        m_path = "-";
+    if (ec == http::error::body_limit)
+        return answer(QByteArray::fromStdString(ServerResponses::payloadTooLarge()), false);
+    if (ec == http::error::header_limit)
+        return answer(QByteArray::fromStdString(ServerResponses::headersTooLarge()), false);
+    if (ec == beast::error::timeout) {
+        // The stream has closed the socket already; only a started request is worth a line.
+        if (m_parser && m_parser->got_some()) {
+            m_out = "HTTP/1.1 408";
+            logAccess(0);
+        }
+        return;
+    }
+    if (ec.category() == http::make_error_code(http::error::bad_target).category() && ec != http::error::end_of_stream
+        && ec != http::error::partial_message)
+        return answer(QByteArray::fromStdString(ServerResponses::badRequest()), false);
+    // End of stream, reset, or closed at a stop: nothing to answer.
+    closeSocket();
+}
+
+template <class Stream>
+void HttpSession<Stream>::handleRequest()
+{
+    Request request = m_parser->release();
+    m_method = std::string(request.method_string());
+    const beast::string_view target = request.target();
+    m_path = std::string(target.substr(0, target.find('?')));
+    const bool keepAlive = request.keep_alive();
+    if (m_server.servesPath(m_path))
+        return dispatchToPlugin(request);
+    if (request.method() == http::verb::get && m_path == "/healthz")
+        return probeHealth(keepAlive);
+    answer(QByteArray::fromStdString(ServerResponses::notFound(keepAlive)), keepAlive);
+}
+
+template <class Stream>
+void HttpSession<Stream>::dispatchToPlugin(const Request &request)
+{
+    const bool keepAlive = request.keep_alive();
+    if (const int wait = m_server.throttle().retryAfter(m_client))
+        return answer(QByteArray::fromStdString(ServerResponses::tooManyRequests(wait, keepAlive)), keepAlive);
+    QStringList lines;
+    for (const auto &field : request)
+        lines.append(text(field.name_string()) + QLatin1String(": ") + text(field.value()));
+    const QString method = text(request.method_string());
+    const QUrl url = QUrl::fromEncoded(m_server.baseUrl() + QByteArray(request.target().data(), int(request.target().size())));
+    const QByteArray body(request.body().data(), int(request.body().size()));
+    m_server.pool().submit(WorkerPool::customerToken(lines),
+                           [self = this->shared_from_this(), method, url, lines, body, keepAlive](HttpPluginWorker *worker) {
+        QByteArray response = worker->buildResponse(method, url, lines, body);
+        net::post(self->m_stream.get_executor(), [self, response = std::move(response), keepAlive]() mutable {
+            if (isFailedAuthentication(response))
+                self->m_server.throttle().recordFailure(self->m_client);
+            self->answer(std::move(response), keepAlive);
+        });
+    });
+}
+
+template <class Stream>
+void HttpSession<Stream>::probeHealth(bool keepAlive)
+{
+    m_server.pool().probeInfoDb([self = this->shared_from_this(), keepAlive](bool answers) {
+        net::post(self->m_stream.get_executor(), [self, answers, keepAlive] {
+            self->answer(QByteArray::fromStdString(ServerResponses::health(answers, keepAlive)), keepAlive);
+        });
+    });
+}
+
+template <class Stream>
+void HttpSession<Stream>::answer(QByteArray response, bool keepAlive)
+{
+    m_out = std::move(response);
+    tcp().expires_after(std::chrono::seconds(m_server.config().timeoutSeconds));
+    net::async_write(m_stream, net::buffer(m_out.constData(), std::size_t(m_out.size())),
+                     beast::bind_front_handler(&HttpSession::onWrite, this->shared_from_this(), keepAlive));
+}
+
+template <class Stream>
+void HttpSession<Stream>::onWrite(bool keepAlive, beast::error_code ec, std::size_t bytes)
+{
+    logAccess(bytes);
+    m_out.clear();
+    if (ec)
+        return;  // the stream is closed; nothing more to say
+    if (!keepAlive)
+        return drainAndClose();
+    readRequest();
+}
+
+template <class Stream>
+void HttpSession<Stream>::drainAndClose()
+{
+    tcp().expires_after(kDrainTime);
+    if constexpr (kTls) {
+        // close_notify first, so the client knows the answer is whole.
+        m_stream.async_shutdown([self = this->shared_from_this()](beast::error_code) { self->closeSocket(); });
+    } else {
+        // Closing with unread input would reset the connection and could destroy the answer
+        // just sent (a 413 before the body arrived): half-close, then read briefly to the end.
+        beast::error_code ec;
+        m_stream.socket().shutdown(net::ip::tcp::socket::shutdown_send, ec);
+        if (ec)
+            return m_stream.close();
+        m_buffer.consume(m_buffer.size());
+        m_stream.async_read_some(m_buffer.prepare(64 * 1024),
+                                 beast::bind_front_handler(&HttpSession::onDrain, this->shared_from_this()));
+    }
+}
+
+template <class Stream>
+void HttpSession<Stream>::onDrain(beast::error_code ec, std::size_t)
+{
+    if (ec)
+        return tcp().close();
+    tcp().async_read_some(m_buffer.prepare(64 * 1024),
+                          beast::bind_front_handler(&HttpSession::onDrain, this->shared_from_this()));
+}
+
+template <class Stream>
+void HttpSession<Stream>::closeSocket()
+{
+    beast::error_code ignored;
+    tcp().socket().shutdown(net::ip::tcp::socket::shutdown_both, ignored);
+    tcp().close();
+}
+
+template <class Stream>
+void HttpSession<Stream>::logAccess(std::size_t bytes) const
+{
+    const double ms = m_clock.isValid() ? double(m_clock.nsecsElapsed()) / 1e6 : 0.0;
+    hostLog(QStringLiteral("%1 \"%2 %3\" %4 %5 %6ms")
+                .arg(QString::fromStdString(m_client), QString::fromStdString(m_method),
+                     QString::fromStdString(m_path))
+                .arg(statusOf(m_out))
+                .arg(bytes)
+                .arg(ms, 0, 'f', 1));
+}
+
+template class HttpSession<PlainStream>;
+template class HttpSession<TlsStream>;

@@ -1,0 +1,25 @@
+// decodeId and the web Base64 on arbitrary text: no crash, an accepted identifier encodes
+// back to the same numbers, and the Base64 round trip is lossless.
+#include "worker/webapiworker.h"
+
+#include <cstdlib>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    const QByteArray raw(reinterpret_cast<const char *>(data), int(size));
+    uint first = 0;
+    uint second = 0;
+    for (const QString &text : {QString::fromUtf8(raw), QString::fromLatin1(raw)}) {
+        if (!WebApiWorker::decodeId(text, first, second))
+            continue;
+        uint again1 = 0;
+        uint again2 = 0;
+        if (!WebApiWorker::decodeId(WebApiWorker::encodeId(first, second), again1, again2) || again1 != first
+            || again2 != second)
+            std::abort();
+    }
+    WebApiWorker::decodeWebBase64(raw);
+    if (WebApiWorker::decodeWebBase64(WebApiWorker::encodeWebBase64(raw)) != raw)
+        std::abort();
+    return 0;
+}

@@ -1,0 +1,71 @@
+#include "fuzzfixture.h"
+
+#include "support/apifixture.h"
+#include "worker/webapiworker.h"
+
+#include <QCoreApplication>
+#include <QUrl>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+namespace {
+
+// Qt's SQL drivers load as plug-ins, which wants an application object.
+void ensureApplication()
+{
+    static int argc = 1;
+    static char name[] = "fuzz";
+    static char *argv[] = {name, nullptr};
+    static QCoreApplication *app = QCoreApplication::instance() ? nullptr : new QCoreApplication(argc, argv);
+    Q_UNUSED(app)
+}
+
+std::unique_ptr<ApiFixture> g_api;  // destroyed at exit, which drops the scratch databases
+
+} // namespace
+
+FuzzFixture &FuzzFixture::instance()
+{
+    static FuzzFixture fixture;
+    return fixture;
+}
+
+FuzzFixture::FuzzFixture()
+{
+    ensureApplication();
+    g_api.reset(new ApiFixture(QStringLiteral("fuzz")));
+    m_api = g_api.get();
+    if (!m_api->setUp()) {
+        std::fprintf(stderr, "fuzz: no database (%s); start it with scripts/mariadb start\n", qPrintable(m_api->error()));
+        std::abort();
+    }
+    TestDatabase &db = m_api->customer();
+    m_tid = m_api->addTerminal(1001);
+    db.exec(QStringLiteral("INSERT INTO inters (iid, name, shortcut, present, work) VALUES (1, 'Příchod', 'P', 1, 1)"));
+    db.exec(QStringLiteral("INSERT INTO people (pid, name, surname, status) VALUES (501, 'Šárka', 'Dvořáková', 1)"));
+    const uint uid = db.scalar(QStringLiteral("SELECT uid FROM people WHERE pid = 501")).toUInt();
+    m_person = WebApiWorker::encodeId(uid, 501);
+    db.exec(QStringLiteral("INSERT INTO admins (login, apiToken, status, perms) VALUES ('boss', 'api-token-boss', 1, 2)"));
+    db.exec(QStringLiteral("INSERT INTO admins_people (aid, uid) SELECT aid, %1 FROM admins").arg(uid));
+}
+
+QByteArray FuzzFixture::substitute(QByteArray raw) const
+{
+    // Bytes, not text: a body that is not UTF-8 must reach the worker as it is.
+    return raw.replace("$TOKEN", m_api->token().toUtf8())
+        .replace("$KEY", ApiFixture::kKey.toUtf8())
+        .replace("$TID", m_tid.toUtf8())
+        .replace("$UID", m_person.toUtf8());
+}
+
+QByteArray FuzzFixture::call(const QByteArray &method, const QByteArray &target, const QList<QByteArray> &headers,
+                             const QByteArray &body)
+{
+    QStringList lines;
+    for (const QByteArray &line : headers)
+        lines.append(QString::fromUtf8(substitute(line)));
+    const QUrl url = QUrl::fromEncoded("http://127.0.0.1:8080" + substitute(target));
+    return m_api->worker()->buildResponse(QString::fromUtf8(method), url, lines, substitute(body));
+}

@@ -1,0 +1,36 @@
+#ifndef FUZZFIXTURE_H
+#define FUZZFIXTURE_H
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+
+class ApiFixture;
+
+// The one customer every database-backed fuzz target talks to: an ApiFixture against the
+// private MariaDB with a terminal, a person and an entrance type, made on first use and
+// dropped at exit. Inputs name them by placeholders, so seeds stay valid across runs:
+//   $TOKEN  customer token   $KEY  terminal key   $TID  terminal id   $UID  person id
+class FuzzFixture
+{
+public:
+    // Set up on first call; aborts when the database cannot be reached, as a target is
+    // useless without it.
+    static FuzzFixture &instance();
+
+    ApiFixture &api() { return *m_api; }
+    QByteArray substitute(QByteArray raw) const;
+    // A request through buildResponse as the host makes it (the URL from the raw target),
+    // with the placeholders replaced; returns the response text.
+    QByteArray call(const QByteArray &method, const QByteArray &target, const QList<QByteArray> &headers,
+                    const QByteArray &body);
+
+private:
+    FuzzFixture();
+
+    ApiFixture *m_api = nullptr;  // lives until exit: libFuzzer ends with exit()
+    QString m_tid;
+    QString m_person;
+};
+
+#endif
