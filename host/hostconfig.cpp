@@ -36,7 +36,7 @@ const KeyInfo kKeys[] = {
     {"debug/level", "0", "0 to 3: trace lines of the plug-in and the connection manager"},
     {"limits/body", "16777216", "largest request body in bytes; larger ones get 413"},
     {"limits/timeout", "30", "seconds to receive a whole request or write a response"},
-    {"limits/auth-failures", "10", "failed authentications per client address and minute before 429 (0: no limit)"},
+    {"auth/failures", "10", "failed authentications per client address and minute before 429 (0: no limit)"},
     {"tls/certificate", "", "PEM certificate chain; with tls/key the host speaks HTTPS only (empty: plain HTTP)"},
     {"tls/key", "", "PEM private key of tls/certificate"},
     {"webhook/url", "", "URL that gets a JSON POST per created record; empty: none"},
@@ -119,7 +119,7 @@ bool HostConfig::load(EnviroSettings &settings, HostConfig *config, QString *err
     if (!number(settings, "limits/timeout", 1, 3600, &n, error))
         return false;
     c.timeoutSeconds = int(n);
-    if (!number(settings, "limits/auth-failures", 0, 1000000, &n, error))
+    if (!number(settings, "auth/failures", 0, 1000000, &n, error))
         return false;
     c.authFailures = int(n);
     c.tlsCertificate = text(settings, "tls/certificate");

@@ -33,16 +33,17 @@ QString Licence::notLicensedText()
     return QStringLiteral("REST interface not licensed");
 }
 
-void Licence::load(const QSqlDatabase &db)
+bool Licence::load(const QSqlDatabase &db)
 {
     m_rows.clear();
     QSqlQuery query(db);
     if (!query.exec(QStringLiteral("SELECT name, value FROM vars WHERE name LIKE 'webapi.%'"))) {
         qCritical() << "Licence::load() SQL ERROR:" << query.lastError().text();
-        return;
+        return false;
     }
     while (query.next())
         m_rows.insert(query.value(0).toString(), query.value(1).toString());
+    return true;
 }
 
 bool Licence::webApiEnabled() const

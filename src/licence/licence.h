@@ -17,7 +17,8 @@ class Licence
 public:
     static QString notLicensedText();
 
-    void load(const QSqlDatabase &db);
+    // False when the rows cannot be read (the database is gone): no verdict, not a refusal.
+    bool load(const QSqlDatabase &db);
     bool webApiEnabled() const;
     // Accepts "Bearer <key>"; on refusal sets RE_BadAuthorization or RE_BadApiToken.
     bool checkAuth(const QString &authorization, Response *response) const;

@@ -127,7 +127,9 @@ QByteArray WebApiWorker::buildResponse(const QString &method, const QUrl &url, c
         m_response->setDebugValue(QStringLiteral("buildResponse"), request);
     }
 
-    if (!initDatabase())
+    // An open handle may still have lost its server; the licence rows are the first statement,
+    // and when they cannot be read the database is as good as missing.
+    if (!initDatabase() || !m_licence.load(m_db))
         return m_response->renderError(Response::RE_BadDatabase, m_db.databaseName());
     if (!checkWebApiEnabled(firstWord))
         return m_response->renderError(Response::RE_BadAuthorization, Licence::notLicensedText());
@@ -156,7 +158,6 @@ QByteArray WebApiWorker::buildResponse(const QString &method, const QUrl &url, c
 bool WebApiWorker::checkWebApiEnabled(const QString &firstWord)
 {
     Q_UNUSED(firstWord)  // the licence covers the whole interface, not single endpoints
-    m_licence.load(m_db);
     return m_licence.webApiEnabled();
 }
 

@@ -79,9 +79,11 @@ bool HostProcess::waitForExit(int timeoutMs, int *exitCode)
     return true;
 }
 
-HttpConnection::HttpConnection(quint16 port)
+HttpConnection::HttpConnection(quint16 port, const QHostAddress &from)
     : m_socket(new QTcpSocket)
 {
+    if (!from.isNull())
+        m_socket->bind(from);
     m_socket->connectToHost(QStringLiteral("127.0.0.1"), port);
     m_socket->waitForConnected(5000);
 }

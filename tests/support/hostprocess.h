@@ -4,6 +4,7 @@
 #include "support/httpreply.h"
 
 #include <QByteArray>
+#include <QHostAddress>
 #include <QMap>
 #include <QProcess>
 #include <QScopedPointer>
@@ -39,7 +40,9 @@ private:
 class HttpConnection
 {
 public:
-    explicit HttpConnection(quint16 port);
+    // `from`: the local address to connect from (any 127.x.y.z works on loopback), so tests
+    // can play several clients.
+    explicit HttpConnection(quint16 port, const QHostAddress &from = QHostAddress());
     bool isConnected() const;
 
     bool send(const QByteArray &raw);
