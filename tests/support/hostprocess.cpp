@@ -11,6 +11,8 @@
 HostProcess::HostProcess()
 {
     m_process.setProcessChannelMode(QProcess::SeparateChannels);
+    if (m_logFile.open())
+        m_process.setStandardErrorFile(m_logFile.fileName());
 }
 
 HostProcess::~HostProcess()
@@ -50,7 +52,7 @@ bool HostProcess::start(const QString &infoDb, const QMap<QString, QString> &set
 
 QByteArray HostProcess::log()
 {
-    m_log += m_process.readAllStandardError();
+    m_log += m_logFile.readAll();
     return m_log;
 }
 
@@ -60,7 +62,7 @@ bool HostProcess::waitForLog(const QByteArray &text, int timeoutMs)
     while (!log().contains(text)) {
         if (deadline.hasExpired() || m_process.state() == QProcess::NotRunning)
             return log().contains(text);
-        m_process.waitForReadyRead(50);
+        m_process.waitForFinished(20);
     }
     return true;
 }

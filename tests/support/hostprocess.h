@@ -9,6 +9,7 @@
 #include <QProcess>
 #include <QScopedPointer>
 #include <QTcpSocket>
+#include <QTemporaryFile>
 
 // The real webapi-host binary on a free loopback port, against the private MariaDB.
 class HostProcess
@@ -32,6 +33,9 @@ public:
 
 private:
     QProcess m_process;
+    // The host's stderr goes to a file: a pipe that a busy test does not drain would fill
+    // and stall the host in the middle of a write.
+    QTemporaryFile m_logFile;
     QByteArray m_log;
     quint16 m_port = 0;
 };
