@@ -10,6 +10,7 @@
 
 class QSqlQuery;
 class Response;
+struct SyncSection;
 
 // Does the plug-in's work: one request in, one complete HTTP response out. The spine
 // (parsing, context, database, licence, routing) lives in webapiworker.cpp; the terminal
@@ -113,6 +114,8 @@ protected:
     // The one shape of a failed statement in the terminal context: RE_SQLError with the
     // driver's text, and the operation's critical line with the last query.
     void reportSqlError(const QSqlQuery &query, const char *logLine);
+    // The shared body of the keyed feed sections (sync.cpp).
+    QVariantMap dbGetSyncSection(const SyncSection &section, uint tid, bool force);
 
     QString m_version;
     ContextType m_contextType = UnknownContext;
