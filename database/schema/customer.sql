@@ -301,7 +301,7 @@ BEGIN
 END //
 
 -- A person's balance at `ts`: the stored balance plus the day differences booked in atten
--- after the last locked month and up to `ts`.
+-- up to `ts`.
 CREATE FUNCTION `getSaldo`(p_uid INT UNSIGNED, ts INT UNSIGNED) RETURNS INT
     READS SQL DATA
 BEGIN

@@ -38,7 +38,7 @@ void Licence::load(const QSqlDatabase &db)
     m_rows.clear();
     QSqlQuery query(db);
     if (!query.exec(QStringLiteral("SELECT name, value FROM vars WHERE name LIKE 'webapi.%'"))) {
-        qWarning() << "Licence::load() SQL ERROR:" << query.lastError().text();
+        qCritical() << "Licence::load() SQL ERROR:" << query.lastError().text();
         return;
     }
     while (query.next())
@@ -52,8 +52,11 @@ bool Licence::webApiEnabled() const
 
 bool Licence::checkAuth(const QString &authorization, Response *response) const
 {
+    // A lone word may be a key sent without its scheme, so it is never echoed; "Bearer"
+    // alone is the scheme with an empty key.
     const int blank = authorization.indexOf(QLatin1Char(' '));
-    const QString scheme = blank < 0 ? authorization : authorization.left(blank);
+    const bool bareBearer = authorization.compare(QLatin1String("Bearer"), Qt::CaseInsensitive) == 0;
+    const QString scheme = blank < 0 ? (bareBearer ? authorization : QString()) : authorization.left(blank);
     if (scheme.compare(QLatin1String("Bearer"), Qt::CaseInsensitive) != 0) {
         response->setError(Response::RE_BadAuthorization, scheme);
         return false;

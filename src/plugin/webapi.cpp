@@ -1,9 +1,27 @@
 #include "plugin/webapi.h"
 
+#include "plugin/buildstamp.h"
 #include "worker/webapiworker.h"
 
-#include <QDateTime>
-#include <QLocale>
+#include <QtPlugin>
+
+// Plug-in metadata as moc would write it for Q_PLUGIN_METADATA(IID ...), plus the key
+// "MetaData" with an empty object, which hosts expect and which moc of Qt 5.15 leaves out
+// when it is empty. CBOR: an open map of IID (key 2), className (key 3), MetaData (key 4).
+QT_PLUGIN_METADATA_SECTION
+static constexpr unsigned char qt_pluginMetaData[] = {
+    'Q', 'T', 'M', 'E', 'T', 'A', 'D', 'A', 'T', 'A', ' ', '!',
+    // metadata version, Qt version, architectural requirements (the debug mark among them)
+    0, QT_VERSION_MAJOR, QT_VERSION_MINOR, qPluginArchRequirements(),
+    0xbf,
+    0x02, 0x78, 37,
+    'c', 'o', 'm', '.', 'n', 'o', 'r', 'v', 'a', '-', 't', 'e', 'k', '.', 'q', 'h', 'x', '.', 'H',
+    't', 't', 'p', 'P', 'l', 'u', 'g', 'i', 'n', 'I', 'n', 't', 'e', 'r', 'f', 'a', 'c', 'e',
+    0x03, 0x66, 'W', 'e', 'b', 'A', 'P', 'I',
+    0x04, 0xa0,
+    0xff,
+};
+QT_MOC_EXPORT_PLUGIN(WebAPI, WebAPI)
 
 WebAPI::WebAPI(QObject *parent)
     : QObject(parent)
@@ -38,15 +56,6 @@ HttpPluginWorker *WebAPI::getWorker()
     if (!m_worker)
         m_worker = createWorker(this);
     return m_worker;
-}
-
-QString WebAPI::buildStamp(const QString &date, const QString &time)
-{
-    // The compiler pads a one-digit day with a blank; en_US keeps month names fixed.
-    const QTime t = QTime::fromString(time.simplified(), QStringLiteral("hh:mm:ss"));
-    const QDate d = QLocale(QStringLiteral("en_US")).toDate(date.simplified(), QStringLiteral("MMM d yyyy"));
-    const QDateTime stamp(d, t, Qt::LocalTime);
-    return stamp.isValid() ? stamp.toString(QStringLiteral("yyMMddhhmm")) : QString();
 }
 
 QMap<QString, QString> WebAPI::getVerInfo() const

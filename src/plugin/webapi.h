@@ -13,7 +13,7 @@ class WebApiWorker;
 class WebAPI : public QObject, public HttpPluginInterface, public VerInfoInterface
 {
     Q_OBJECT
-    Q_PLUGIN_METADATA(IID "com.norva-tek.qhx.HttpPluginInterface")
+    // The plug-in metadata and entry points are written in webapi.cpp, not by moc.
     Q_INTERFACES(HttpPluginInterface VerInfoInterface)
 
 public:
@@ -24,10 +24,6 @@ public:
     HttpPluginWorker *getNewWorker(QObject *parent) override;
     HttpPluginWorker *getWorker() override;
     QMap<QString, QString> getVerInfo() const override;
-
-    // The build stamp "yyMMddhhmm" from compiler date and time texts; empty when they do
-    // not parse.
-    static QString buildStamp(const QString &date, const QString &time);
 
 signals:
     void recordCreated(QString tbl, uint id, const QString &token, quint8 flags);

@@ -170,13 +170,18 @@ QString Response::buildHead(quint16 status, const QString &statusName, const QSt
     return head;
 }
 
+QByteArray Response::toJson() const
+{
+    return QJsonDocument::fromVariant(m_data).toJson(m_header.prettyJson ? QJsonDocument::Indented
+                                                                         : QJsonDocument::Compact);
+}
+
 QByteArray Response::renderResponse(bool withHead)
 {
     if (m_header.debugLevel >= 2 || (m_header.debugLevel == 1 && quint16(m_errorCode) != 0))
         qDebug("Response::renderResponse(%i) err: %i", withHead ? 1 : 0, int(qint16(m_errorCode)));
 
-    const QByteArray json = QJsonDocument::fromVariant(m_data).toJson(m_header.prettyJson ? QJsonDocument::Indented
-                                                                                          : QJsonDocument::Compact);
+    const QByteArray json = toJson();
     QTextCodec::ConverterState state;
     QTextCodec::codecForName("UTF-8")->toUnicode(json.constData(), json.size(), &state);
     if (state.invalidChars > 0) {

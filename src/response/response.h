@@ -70,6 +70,11 @@ public:
 
     QByteArray renderResponse(bool withHead);
 
+protected:
+    // The body as JSON bytes. Virtual only so that tests can hand the validity check bytes
+    // that QJsonDocument never writes.
+    virtual QByteArray toJson() const;
+
 private:
     QString buildHead(quint16 status, const QString &statusName, const QString &contentType,
                       int length) const;

@@ -1,28 +1,208 @@
 #include "worker/webapiworker.h"
 
-// Not built yet: every operation answers its empty result.
+#include "response/response.h"
 
-bool WebApiWorker::dbCheckEntrance(uint /*id*/, uint /*refId*/)
+#include <QDateTime>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QSqlRecord>
+#include <QtDebug>
+
+bool WebApiWorker::dbCheckEntrance(uint id, uint refId)
 {
-    return false;
+    if (m_debugLevel >= 1)
+        qDebug("WebApiWorker::dbCheckEntrance(%u, %u)", id, refId);
+    uint count = 0;
+    return queryCount(QStringLiteral("SELECT COUNT(*) FROM inters_data WHERE id = %1 AND refId = %2").arg(id).arg(refId),
+                      "WebApiWorker::dbCheckEntrance() SQl ERROR:", count)
+        && count != 0;
 }
 
-bool WebApiWorker::dbDeleteEntrance(uint /*tid*/, uint /*id*/)
+bool WebApiWorker::dbDeleteEntrance(uint tid, uint id)
 {
-    return false;
+    if (m_debugLevel >= 1)
+        qDebug("WebApiWorker::dbDeleteEntrance(%u, %u)", tid, id);
+    QSqlQuery query(m_db);
+    // Withdrawn, never removed: the row stays for the attendance computation's history.
+    if (!query.exec(QStringLiteral("UPDATE inters_data SET del = 1 WHERE id = %1 AND tid = %2").arg(id).arg(tid))) {
+        reportSqlError(query, "WebApiWorker::dbDeleteEntrance() SQl ERROR:");
+        return false;
+    }
+    return query.numRowsAffected() > 0;
 }
 
-uint WebApiWorker::dbGetEntranceMaxRefId(uint /*tid*/)
+uint WebApiWorker::dbGetEntranceMaxRefId(uint tid)
 {
-    return 0;
+    if (m_debugLevel >= 1)
+        qDebug("WebApiWorker::dbGetEntranceMaxRefId(%u)", tid);
+    QSqlQuery query(m_db);
+    if (!query.exec(QStringLiteral("SELECT MAX(refId) FROM inters_data WHERE tid = %1").arg(tid))) {
+        reportSqlError(query, "WebApiWorker::dbGetEntranceMaxRefId() SQl ERROR:");
+        return 0;
+    }
+    return query.next() ? query.value(0).toUInt() : 0;
 }
 
-uint WebApiWorker::dbInsertEntrance(uint /*tid*/, const QVariantMap &/*data*/)
+uint WebApiWorker::dbInsertEntrance(uint tid, const QVariantMap &data)
 {
-    return 0;
+    const uint refId = data.value(QStringLiteral("refId")).toUInt();
+    if (m_debugLevel >= 1)
+        qDebug("WebApiWorker::dbInsertEntrance(%u, %u)", tid, refId);
+    const QString uidText = data.value(QStringLiteral("uid")).toString();
+    if (uidText.isEmpty()) {
+        m_response->setError(Response::RE_RequiredUID);
+        return 0;
+    }
+    uint uid = 0;
+    uint pid = 0;
+    // One error for an unreadable and an unknown person alike.
+    if (!decodeId(uidText, uid, pid) || !dbCheckPerson(uid, pid)) {
+        m_response->setError(Response::RE_InvalidID, uidText);
+        return 0;
+    }
+
+    QVariantMap values;
+    values.insert(QStringLiteral("tid"), tid);
+    values.insert(QStringLiteral("uid"), uid);
+    int required = 0;
+    for (const QString &key : {QStringLiteral("iid"), QStringLiteral("type"), QStringLiteral("tid"),
+                               QStringLiteral("date"), QStringLiteral("description"), QStringLiteral("refId")}) {
+        if (!data.contains(key))
+            continue;
+        const bool numeric = key == QLatin1String("iid") || key == QLatin1String("refId");
+        if (numeric && data.value(key).toUInt() == 0)
+            continue;
+        const QString text = data.value(key).toString().trimmed();
+        if (key == QLatin1String("iid") || key == QLatin1String("type"))
+            ++required;
+        if (key == QLatin1String("date"))
+            values.insert(key, isoToSecs(text));
+        else
+            values.insert(key, text);
+    }
+    if (required < 2) {
+        m_response->setError(Response::RE_RequiredField);
+        return 0;
+    }
+
+    QSqlQuery query(m_db);
+    if (!query.exec(QStringLiteral("SELECT id, uid, iid, type, date FROM inters_data WHERE tid = %1 AND refId = %2 ORDER "
+                                   "BY id DESC LIMIT 1")
+                        .arg(tid)
+                        .arg(refId))) {
+        reportSqlError(query, "WebApiWorker::dbInsertEntrance() SQl ERROR:");
+        return 0;
+    }
+    if (query.next() && query.value(0).toUInt() != 0) {
+        const uint storedId = query.value(0).toUInt();
+        const uint storedUid = query.value(1).toUInt();
+        if (storedUid == values.value(QStringLiteral("uid")).toUInt()
+            && query.value(2).toUInt() == values.value(QStringLiteral("iid")).toUInt()
+            && query.value(3).toUInt() == values.value(QStringLiteral("type")).toUInt()
+            && query.value(4).toUInt() == values.value(QStringLiteral("date")).toUInt()) {
+            m_response->setStatus(208);  // the same event posted again
+            return storedId;
+        }
+        // A terminal that reuses its numbers must not lose the new event.
+        qWarning("WebApiWorker::dbInsertEntrance() - different entrance with same refId from Terminal ID: %u! \n(id: "
+                 "%u, refId: %u, uid [ZMTDB]: %u)",
+                 tid, storedId, refId, storedUid);
+    }
+
+    const qint64 now = QDateTime::currentSecsSinceEpoch();
+    values.insert(QStringLiteral("created"), now);
+    if (!values.contains(QStringLiteral("date")))
+        values.insert(QStringLiteral("date"), now);
+
+    QStringList columns;
+    QStringList placeholders;
+    QStringList updates;
+    for (auto it = values.cbegin(); it != values.cend(); ++it) {
+        columns << QStringLiteral("`%1`").arg(it.key());
+        placeholders << QStringLiteral(":%1").arg(it.key());
+        updates << QStringLiteral("`%1`=VALUES(`%1`)").arg(it.key());
+    }
+    // Decoded once and bound as bytes; the image never passes through the statement text.
+    const QByteArray photo = data.contains(QStringLiteral("image"))
+        ? QByteArray::fromBase64(data.value(QStringLiteral("image")).toByteArray())
+        : QByteArray();
+    if (!photo.isEmpty()) {
+        columns << QStringLiteral("photo");
+        placeholders << QStringLiteral(":photo");
+        updates << QStringLiteral("photo=VALUES(photo)");
+    }
+    const QString separator = QStringLiteral(", ");
+    if (!query.prepare(QStringLiteral("INSERT INTO inters_data (%1) VALUES(%2)  ON DUPLICATE KEY UPDATE %3")
+                           .arg(columns.join(separator), placeholders.join(separator), updates.join(separator)))) {
+        reportSqlError(query, "WebApiWorker::dbInsertEntrance() Prepare failed! ERROR:");
+        return 0;
+    }
+    for (auto it = values.cbegin(); it != values.cend(); ++it)
+        query.bindValue(QLatin1Char(':') + it.key(), it.value());
+    if (!photo.isEmpty())
+        query.bindValue(QStringLiteral(":photo"), photo);
+
+    if (!query.exec()) {
+        const QString error = query.lastError().text();
+        if (isMissingIID(error)) {
+            // The reason code is not created here: the event is refused, and this line keeps it.
+            qWarning() << "WebApiWorker::dbInsertEntrance(" << tid << "," << refId << ") - IID "
+                       << values.value(QStringLiteral("iid")).toUInt() << "missing in ZMTDB! data:" << values;
+            m_response->setError(Response::RE_InvalidID, values.value(QStringLiteral("iid")).toString());
+            return 0;
+        }
+        // Code 500 rather than RE_SQLError, so that the terminal reads the server's words.
+        m_response->setErrorBody(error, 500, 400);
+        qCritical() << "WebApiWorker::dbInsertEntrance() SQl ERROR:" << error << "\nSQL:" << query.lastQuery();
+        return 0;
+    }
+    const uint id = query.lastInsertId().toUInt();
+    if (id == 0)
+        return 0;
+    m_response->setStatus(201);
+    if (!photo.isEmpty())
+        emit recordCreated(QStringLiteral("inters_data"), id, m_header.token, 1);
+    return id;
 }
 
-QVariant WebApiWorker::dbGetEntrance(uint /*id*/)
+QVariant WebApiWorker::dbGetEntrance(uint id)
 {
-    return QVariant();
+    if (m_debugLevel >= 1)
+        qDebug("WebApiWorker::dbGetEntrance(%u)", id);
+    const QStringList columns = {QStringLiteral("i.uid"),     QStringLiteral("p.pid"),     QStringLiteral("i.iid"),
+                                 QStringLiteral("i.type"),    QStringLiteral("i.date"),    QStringLiteral("i.created"),
+                                 QStringLiteral("i.description"), QStringLiteral("i.del"), QStringLiteral("i.refId")};
+    QSqlQuery query(m_db);
+    if (!query.exec(QStringLiteral("SELECT %1 FROM inters_data i JOIN people p USING(uid) WHERE id = %2 LIMIT 1")
+                        .arg(columns.join(QLatin1Char(',')), QString::number(id)))) {
+        // The line it has always shared with the terminal read.
+        reportSqlError(query, "WebApiWorker::dbGetTerm() SQl ERROR:");
+        return QVariantMap();
+    }
+    QVariantMap entrance;
+    if (!query.next())
+        return entrance;
+    uint refId = 0;
+    uint uid = 0;
+    uint pid = 0;
+    const QSqlRecord record = query.record();
+    for (int i = 0; i < record.count(); ++i) {
+        const QString name = record.fieldName(i);
+        const QVariant value = query.value(i);
+        if (name == QLatin1String("refId")) {
+            refId = value.toUInt();
+            entrance.insert(name, storedValue(value));
+        } else if (name == QLatin1String("uid")) {
+            uid = value.toUInt();
+        } else if (name == QLatin1String("pid")) {
+            pid = value.toUInt();
+        } else if (name == QLatin1String("date") || name == QLatin1String("created")) {
+            entrance.insert(name, secsToIsoDateTime(value.toLongLong()));
+        } else {
+            entrance.insert(name, storedValue(value));
+        }
+    }
+    entrance.insert(QStringLiteral("eid"), encodeId(id, refId));
+    entrance.insert(QStringLiteral("uid"), encodeId(uid, pid));
+    return entrance;
 }

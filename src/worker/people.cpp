@@ -1,38 +1,279 @@
 #include "worker/webapiworker.h"
 
-// Not built yet: every operation answers its empty result.
+#include "response/response.h"
 
-bool WebApiWorker::dbCheckPerson(uint /*uid*/, uint /*pid*/)
+#include <QDate>
+#include <QDateTime>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QSqlRecord>
+#include <QtDebug>
+
+namespace {
+
+const QString kForeignKeyFailure = QStringLiteral("foreign key constraint fails");
+
+// One person as a terminal sees it; `grp` only where the statement selects it.
+QVariantMap personMap(const QSqlQuery &query, const QSqlRecord &columns)
 {
-    return false;
+    const auto value = [&](const QString &name) { return query.value(columns.indexOf(name)); };
+    const uint uid = value(QStringLiteral("uid")).toUInt();
+    const uint pid = value(QStringLiteral("pid")).toUInt();
+    QVariantMap person;
+    person.insert(QStringLiteral("uid"), WebApiWorker::encodeId(uid, pid));
+    person.insert(QStringLiteral("pid"), pid);
+    person.insert(QStringLiteral("gid"), value(QStringLiteral("gid")).toUInt());
+    for (const QString &name : {QStringLiteral("name"), QStringLiteral("surname"), QStringLiteral("title"),
+                                QStringLiteral("title2"), QStringLiteral("card")})
+        person.insert(name, value(name).toString());
+    person.insert(QStringLiteral("saldo"), value(QStringLiteral("saldo")).toInt());
+    if (columns.contains(QStringLiteral("grp")))
+        person.insert(QStringLiteral("grp"), value(QStringLiteral("grp")).toUInt());
+    person.insert(QStringLiteral("present"), value(QStringLiteral("present")).toBool());
+    person.insert(QStringLiteral("begin"), WebApiWorker::secsToIsoDate(value(QStringLiteral("begin")).toLongLong()));
+    const QVariant end = value(QStringLiteral("end"));
+    person.insert(QStringLiteral("end"), end.isNull() ? QVariant() : QVariant(WebApiWorker::secsToIsoDate(end.toLongLong())));
+    return person;
 }
 
-bool WebApiWorker::dbDeletePerson(uint /*tid*/, uint /*uid*/)
+} // namespace
+
+bool WebApiWorker::dbCheckPerson(uint uid, uint pid)
 {
-    return false;
+    if (m_debugLevel >= 1)
+        qDebug("WebApiWorker::dbCheckPerson(%u, %u)", uid, pid);
+    uint count = 0;
+    return queryCount(QStringLiteral("SELECT COUNT(*) FROM people WHERE uid = %1 AND pid = %2 AND status = 1")
+                          .arg(uid)
+                          .arg(pid),
+                      "WebApiWorker::dbCheckPerson() SQl ERROR:", count)
+        && count != 0;
 }
 
-QVariant WebApiWorker::dbGetPeople(uint /*uid*/)
+bool WebApiWorker::dbDeletePerson(uint tid, uint uid)
 {
-    return QVariant();
+    if (m_debugLevel >= 1)
+        qDebug("WebApiWorker::dbDeletePerson(%u, %u)", tid, uid);
+    QSqlQuery query(m_db);
+    if (!query.exec(QStringLiteral("DELETE FROM `people_term` WHERE tid= %1 AND uid = %2").arg(tid).arg(uid))) {
+        reportSqlError(query, "WebApiWorker::dbDeletePerson() SQl ERROR:");
+        return false;
+    }
+    return query.numRowsAffected() > 0;
 }
 
-QVariant WebApiWorker::dbGetPeople4Terminal(uint /*tid*/, uint /*uid*/)
+QVariant WebApiWorker::dbGetPeople(uint uid)
 {
-    return QVariant();
+    if (m_debugLevel >= 1)
+        qDebug("WebApiWorker::dbGetPeople(%u)", uid);
+    QStringList where = {QStringLiteral("p.status = 1")};
+    if (uid != 0)
+        where << QStringLiteral("p.uid=%1").arg(uid);
+    if (m_debugLevel >= 3)
+        qDebug() << "WebApiWorker::dbGetPeople() where:" << where;
+    QSqlQuery query(m_db);
+    if (!query.exec(QStringLiteral("SELECT p.uid,  pid, p.name, p.surname, p.title, p.title2, p.admin, p.card, saldo, "
+                                   "p.access, p.present, p.presentID, p.begin, p.end, gid FROM people p WHERE ")
+                    + where.join(QStringLiteral(" AND ")))) {
+        reportSqlError(query, "WebApiWorker::dbGetPeople() SQl ERROR:");
+        return false;
+    }
+    return collectRows(query, uid != 0, personMap);
 }
 
-uint WebApiWorker::dbInsertPerson(uint /*tid*/, const QVariantMap &/*data*/)
+QVariant WebApiWorker::dbGetPeople4Terminal(uint tid, uint uid)
 {
-    return 0;
+    if (m_debugLevel >= 1)
+        qDebug("WebApiWorker::dbGetPeople4Terminal(%u, %u)", tid, uid);
+    // A terminal sees only its own people, and only while they are valid.
+    QStringList where = {QStringLiteral("pt.tid=%1 AND p.status = 1 AND p.begin < UNIX_TIMESTAMP() AND (p.end IS NULL "
+                                        "OR p.end > UNIX_TIMESTAMP())")
+                             .arg(tid)};
+    if (uid != 0)
+        where << QStringLiteral("pt.uid=%1").arg(uid);
+    if (m_debugLevel >= 3)
+        qDebug() << "WebApiWorker::dbGetPeople4Terminal() where:" << where;
+    QSqlQuery query(m_db);
+    if (!query.exec(QStringLiteral("SELECT p.uid,  pid, p.name, p.surname, p.title, p.title2, p.admin, p.card, saldo, "
+                                   "p.access, pt.grp, p.present, p.begin, p.end, gid FROM people_term pt JOIN people p "
+                                   "USING(uid) WHERE ")
+                    + where.join(QStringLiteral(" AND ")))) {
+        reportSqlError(query, "WebApiWorker::dbGetPeople4Terminal() SQl ERROR:");
+        return false;
+    }
+    return collectRows(query, uid != 0, personMap);
 }
 
-bool WebApiWorker::dbUpdatePerson(uint /*tid*/, uint /*uid*/, const QVariantMap &/*data*/)
+uint WebApiWorker::dbInsertPerson(uint tid, const QVariantMap &data)
 {
-    return false;
+    const uint pid = data.value(QStringLiteral("pid")).toUInt();
+    if (m_debugLevel >= 1)
+        qDebug("WebApiWorker::dbInsertPerson(%u, %u)", tid, pid);
+    if (pid == 0) {
+        m_response->setError(Response::RE_RequiredPID);
+        return 0;
+    }
+    if (data.value(QStringLiteral("name")).toString().isEmpty()
+        && data.value(QStringLiteral("surname")).toString().isEmpty()) {
+        m_response->setError(Response::RE_RequiredName);
+        return 0;
+    }
+
+    QVariantMap values;
+    values.insert(QStringLiteral("pid"), pid);
+    for (const QString &key : {QStringLiteral("title"), QStringLiteral("name"), QStringLiteral("surname"),
+                               QStringLiteral("title2"), QStringLiteral("card"), QStringLiteral("gid"),
+                               QStringLiteral("end")}) {
+        if (!data.contains(key))
+            continue;
+        const QString value = data.value(key).toString().trimmed();
+        if (value.isEmpty()
+            && (key == QLatin1String("name") || key == QLatin1String("surname") || key == QLatin1String("card")))
+            continue;
+        values.insert(key, value);
+    }
+
+    QSqlQuery query(m_db);
+    if (!query.exec(QStringLiteral("SELECT uid FROM people WHERE pid = %1 LIMIT 1").arg(pid))) {
+        reportSqlError(query, "WebApiWorker::dbInsertPerson() SQl ERROR:");
+        return 0;
+    }
+    uint uid = query.next() ? query.value(0).toUInt() : 0;
+    if (uid != 0) {
+        // The person's other terminals learn of the change; a failed mark does not stop it.
+        dbSetOtherTermsPeopleSync(tid, uid, 'U');
+    } else if (!values.contains(QStringLiteral("begin"))) {
+        values.insert(QStringLiteral("begin"), uint(QDateTime(QDate::currentDate(), QTime(0, 0)).toSecsSinceEpoch()));
+    }
+
+    QStringList assignments;
+    QStringList duplicates;
+    for (auto it = values.cbegin(); it != values.cend(); ++it) {
+        assignments << QStringLiteral("%1=\"%2\"").arg(it.key(), it.value().toString());
+        duplicates << QStringLiteral("%1=VALUES(%1)").arg(it.key());
+    }
+    const QString separator = QStringLiteral(", ");
+    const QString sql = uid != 0
+        ? QStringLiteral("UPDATE people SET %1 WHERE uid = %2").arg(assignments.join(separator), QString::number(uid))
+        : QStringLiteral("INSERT INTO people SET %1 ON DUPLICATE KEY UPDATE %2")
+              .arg(assignments.join(separator))
+              .arg(duplicates.join(separator));
+    if (!query.exec(sql)) {
+        reportSqlError(query, "WebApiWorker::dbInsertPerson() SQl ERROR:");
+        const QString error = query.lastError().text();
+        if (isForeignKeyError(error))
+            m_response->setError(Response::RE_ForeignKeyError, error);
+        return 0;
+    }
+    if (uid != 0) {
+        if (query.numRowsAffected() < 1)
+            m_response->setStatus(208);
+    } else {
+        uid = query.lastInsertId().toUInt();
+        if (uid == 0)
+            return 0;
+        m_response->setStatus(201);
+    }
+    if (!dbLinkPerson(uid, tid, "WebApiWorker::dbInsertPerson() SQl ERROR:"))
+        return 0;
+    return uid;
 }
 
-bool WebApiWorker::dbSetOtherTermsPeopleSync(uint /*tid*/, uint /*uid*/, char /*type*/)
+bool WebApiWorker::dbUpdatePerson(uint tid, uint uid, const QVariantMap &data)
 {
-    return false;
+    if (m_debugLevel == 1)
+        qDebug("WebApiWorker::dbUpdatePerson(%u, %u)", tid, uid);
+    else if (m_debugLevel >= 2)
+        qDebug() << "WebApiWorker::dbUpdatePerson(" << tid << uid << data << ")";
+
+    QVariantMap values;
+    for (const QString &key : {QStringLiteral("title"), QStringLiteral("name"), QStringLiteral("surname"),
+                               QStringLiteral("admin"), QStringLiteral("card")}) {
+        if (!data.contains(key))
+            continue;
+        QString value = data.value(key).toString().trimmed();
+        if (value.isEmpty()
+            && (key == QLatin1String("name") || key == QLatin1String("surname") || key == QLatin1String("card")))
+            continue;
+        // Meant for `admin`, whose JSON booleans read as text, but it applies to every key.
+        if (value.toLower() == QLatin1String("true"))
+            value = QStringLiteral("1");
+        if (value.toLower() == QLatin1String("false"))
+            value = QStringLiteral("0");
+        values.insert(key, value);
+    }
+
+    QStringList assignments;
+    for (auto it = values.cbegin(); it != values.cend(); ++it)
+        assignments << QStringLiteral("%1=\"%2\"").arg(it.key()).arg(it.value().toString());
+    QSqlQuery query(m_db);
+    if (!query.exec(QStringLiteral("UPDATE people SET %1 WHERE uid = %2")
+                        .arg(assignments.join(QStringLiteral(", ")), QString::number(uid)))) {
+        reportSqlError(query, "WebApiWorker::dbUpdatePerson() SQl ERROR:");
+        return false;
+    }
+    const int changed = query.numRowsAffected();
+    if (m_debugLevel >= 2)
+        qDebug("WebApiWorker::dbUpdatePerson(%u, %u) SQL: %s", tid, uid, qUtf8Printable(query.lastQuery()));
+    if (!dbLinkPerson(uid, tid, "WebApiWorker::dbUpdatePerson() SQl ERROR:"))
+        return false;
+    return changed > 0;
+}
+
+bool WebApiWorker::dbLinkPerson(uint uid, uint tid, const char *failureLine)
+{
+    uint count = 0;
+    // Both callers report a failed link test in the words of dbInsertPerson.
+    if (!queryCount(QStringLiteral("SELECT COUNT(*) FROM people_term WHERE uid= %1 AND tid = %2 LIMIT 1").arg(uid).arg(tid),
+                    "WebApiWorker::dbInsertPerson() SQl ERROR:", count))
+        return false;
+    if (count == 0) {
+        QSqlQuery query(m_db);
+        if (!query.exec(QStringLiteral("INSERT INTO people_term SET uid=%1, tid=%2 ON DUPLICATE KEY UPDATE uid=VALUES(uid)")
+                            .arg(uid)
+                            .arg(tid)))
+            reportSqlError(query, failureLine);  // the person stays, without this link
+    }
+    return true;
+}
+
+bool WebApiWorker::dbSetOtherTermsPeopleSync(uint tid, uint uid, char type)
+{
+    if (m_debugLevel >= 1)
+        qDebug("WebApiWorker::dbSetOtherTermsPeopleSync(tid: %u, uid: %u)", tid, uid);
+    QSqlQuery query(m_db);
+    query.exec(QStringLiteral("INSERT INTO `term_sync` (tid, type, ref, ref_col, ref_id, created, flags) SELECT tid, "
+                              "'%1' type, 'people_term' ref, 'uid' ref_col, `uid` ref_id, UNIX_TIMESTAMP() created, 2 "
+                              "flags FROM people_term pt JOIN people p USING(uid) WHERE p.status = 1 AND pt.uid = %2 AND "
+                              "pt.tid != %3;")
+                   .arg(QString(QLatin1Char(type)), QString::number(uid), QString::number(tid)));
+    if (query.lastError().isValid()) {
+        qCritical("WebApiWorker::dbSetOtherTermsPeopleSync() ERROR: %s", qUtf8Printable(query.lastError().text()));
+        return false;
+    }
+    query.exec(QStringLiteral("Update `term` SET syn = syn | 2 WHERE status = 1 AND tid IN(SELECT tid FROM people_term "
+                              "WHERE uid = %1 AND tid != %2)")
+                   .arg(uid)
+                   .arg(tid));
+    if (query.lastError().isValid()) {
+        qCritical("WebApiWorker::dbSetOtherTermsPeopleSync() ERROR: %s", qUtf8Printable(query.lastError().text()));
+        return false;
+    }
+    return true;
+}
+
+bool WebApiWorker::isForeignKeyError(const QString &text) const
+{
+    const bool yes = text.contains(kForeignKeyFailure);
+    if (m_debugLevel >= 3)
+        qDebug("WebApiWorker::isForeignKeyError(%s) : %s", qUtf8Printable(text), yes ? "YES" : "NO");
+    return yes;
+}
+
+bool WebApiWorker::isMissingIID(const QString &text) const
+{
+    const bool yes = text.contains(kForeignKeyFailure) && text.contains(QLatin1String("(`iid`)"));
+    if (m_debugLevel >= 3)
+        qDebug("WebApiWorker::isMissingIID(%s) : %s", qUtf8Printable(text), yes ? "YES" : "NO");
+    return yes;
 }

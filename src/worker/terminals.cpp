@@ -1,28 +1,192 @@
 #include "worker/webapiworker.h"
 
-// Not built yet: every operation answers its empty result.
+#include "response/response.h"
 
-bool WebApiWorker::dbCheckTerm(uint /*tid*/, uint /*vorixID*/)
+#include <QDateTime>
+#include <QJsonDocument>
+#include <QSqlQuery>
+#include <QSqlRecord>
+#include <QtDebug>
+
+namespace {
+
+// The text columns a terminal describes itself with, in the order they are written and read.
+const QStringList &termInfoFields()
 {
-    return false;
+    static const QStringList fields = {QStringLiteral("name"), QStringLiteral("mac"), QStringLiteral("ip"),
+                                       QStringLiteral("ver")};
+    return fields;
 }
 
-bool WebApiWorker::dbSetTermOnline(uint /*tid*/)
+QString compactJson(const QVariantMap &values)
 {
-    return false;
+    return QString::fromUtf8(QJsonDocument::fromVariant(values).toJson(QJsonDocument::Compact));
 }
 
-uint WebApiWorker::dbInsertTerm(const QVariantMap &/*data*/)
+} // namespace
+
+bool WebApiWorker::dbCheckTerm(uint tid, uint vorixID)
 {
-    return 0;
+    if (m_debugLevel >= 1)
+        qDebug("WebApiWorker::dbCheckTerm(%u, %u)", tid, vorixID);
+    uint count = 0;
+    return queryCount(QStringLiteral("SELECT COUNT(*) FROM term WHERE tid = %1 AND vorixID = %2 AND status = 1 AND "
+                                     "type='API' LIMIT 1")
+                          .arg(tid)
+                          .arg(vorixID),
+                      "WebApiWorker::dbCheckTerm() SQl ERROR:", count)
+        && count != 0;
 }
 
-QVariantMap WebApiWorker::dbGetTerm(uint /*tid*/)
+bool WebApiWorker::dbSetTermOnline(uint tid)
 {
-    return QVariantMap();
+    if (m_debugLevel >= 1)
+        qDebug("WebApiWorker::dbSetTermOnline(%u)", tid);
+    QSqlQuery query(m_db);
+    if (!query.exec(QStringLiteral("UPDATE term SET online = UNIX_TIMESTAMP() WHERE tid = %1").arg(tid))) {
+        reportSqlError(query, "WebApiWorker::dbSetTermOnline() SQl ERROR:");
+        return false;
+    }
+    return true;
 }
 
-bool WebApiWorker::dbUpdateTerm(uint /*tid*/, const QVariantMap &/*data*/)
+uint WebApiWorker::dbInsertTerm(const QVariantMap &data)
 {
-    return false;
+    if (m_debugLevel >= 1)
+        qDebug("WebApiWorker::dbInsertTerm()");
+    const uint vid = data.value(QStringLiteral("vid")).toUInt();
+    if (vid == 0) {
+        m_response->setError(Response::RE_RequiredVorixID);
+        return 0;
+    }
+    const QString name = data.value(QStringLiteral("name")).toString();
+    if (name.isEmpty()) {
+        m_response->setError(Response::RE_RequiredName);
+        return 0;
+    }
+
+    QVariantMap values;
+    values.insert(QStringLiteral("online"), QDateTime::currentSecsSinceEpoch());
+    values.insert(QStringLiteral("status"), 1);
+    values.insert(QStringLiteral("name"), QStringLiteral(":name"));
+    values.insert(QStringLiteral("type"), QStringLiteral("API"));
+    values.insert(QStringLiteral("vorixID"), vid);
+    for (const QString &key : termInfoFields()) {
+        if (!data.contains(key))
+            continue;
+        const QString value = data.value(key).toString().trimmed();
+        // An empty address never overwrites a stored one.
+        if (value.isEmpty()
+            && (key == QLatin1String("mac") || key == QLatin1String("ip") || key == QLatin1String("vorixID")))
+            continue;
+        values.insert(key, value);
+    }
+    if (!values.contains(QStringLiteral("flags")))
+        values.insert(QStringLiteral("flags"), 0);
+    if (m_debugLevel >= 2)
+        qDebug() << "WebApiWorker::dbInsertTerm() data:" << compactJson(values);
+
+    // Values stand inline, unescaped; one that begins with ':' stays a placeholder.
+    QStringList assignments;
+    QStringList duplicates;
+    for (auto it = values.cbegin(); it != values.cend(); ++it) {
+        const QString value = it.value().toString();
+        assignments << (value.startsWith(QLatin1Char(':')) ? QStringLiteral("%1=%2") : QStringLiteral("%1=\"%2\""))
+                           .arg(it.key(), value);
+        duplicates << QStringLiteral("%1=VALUES(%1)").arg(it.key());
+    }
+
+    QSqlQuery query(m_db);
+    if (!query.exec(QStringLiteral("SELECT tid FROM term WHERE vorixID = %1 ORDER BY tid DESC LIMIT 1").arg(vid))) {
+        reportSqlError(query, "WebApiWorker::dbInsertTerm() SQl ERROR:");
+        return 0;
+    }
+    const uint tid = query.next() ? query.value(0).toUInt() : 0;
+    const QString separator = QStringLiteral(", ");
+    if (tid != 0) {
+        query.prepare(QStringLiteral("UPDATE term SET %1 WHERE tid = %2")
+                          .arg(assignments.join(separator), QString::number(tid)));
+    } else {
+        query.prepare(QStringLiteral("INSERT INTO term SET %1 ON DUPLICATE KEY UPDATE %2")
+                          .arg(assignments.join(separator), duplicates.join(separator)));
+    }
+    query.bindValue(QStringLiteral(":name"), name);
+    if (!query.exec()) {
+        reportSqlError(query, "WebApiWorker::dbInsertTerm() SQl ERROR:");
+        return 0;
+    }
+    if (tid != 0) {
+        if (query.numRowsAffected() < 1)
+            m_response->setStatus(208);
+        return tid;
+    }
+    const uint newTid = query.lastInsertId().toUInt();
+    if (newTid == 0)
+        return 0;
+    m_response->setStatus(201);
+    return newTid;
+}
+
+QVariantMap WebApiWorker::dbGetTerm(uint tid)
+{
+    if (m_debugLevel >= 1)
+        qDebug("WebApiWorker::dbGetTerm(%u)", tid);
+    const QStringList columns = termInfoFields() + QStringList{QStringLiteral("vorixID")};
+    QSqlQuery query(m_db);
+    if (!query.exec(QStringLiteral("SELECT %1 FROM term WHERE tid = %2 AND status = 1 AND type='API' LIMIT 1")
+                        .arg(columns.join(QLatin1Char(',')), QString::number(tid)))) {
+        reportSqlError(query, "WebApiWorker::dbGetTerm() SQl ERROR:");
+        return QVariantMap();
+    }
+    QVariantMap result;
+    if (!query.next())
+        return result;
+    uint vorixID = 0;
+    const QSqlRecord record = query.record();
+    for (int i = 0; i < record.count(); ++i) {
+        const QString column = record.fieldName(i);
+        if (column == QLatin1String("vorixID"))
+            vorixID = query.value(i).toUInt();
+        else if (column == QLatin1String("online"))
+            result.insert(column, secsToIsoDateTime(query.value(i).toLongLong()));
+        else
+            result.insert(column, storedValue(query.value(i)));
+    }
+    if (vorixID != 0)
+        result.insert(QStringLiteral("tid"), encodeId(tid, vorixID));
+    return result;
+}
+
+bool WebApiWorker::dbUpdateTerm(uint tid, const QVariantMap &data)
+{
+    if (m_debugLevel >= 1)
+        qDebug("WebApiWorker::dbUpdateTerm(%u)", tid);
+    QVariantMap values;
+    values.insert(QStringLiteral("status"), 1);
+    for (const QString &key : termInfoFields()) {
+        if (!data.contains(key))
+            continue;
+        const QString value = data.value(key).toString().trimmed();
+        if (value.isEmpty() && (key == QLatin1String("mac") || key == QLatin1String("ip")))
+            continue;
+        values.insert(key, value);
+    }
+    if (m_debugLevel >= 2)
+        qDebug() << "WebApiWorker::dbUpdateTerm() data:" << compactJson(values);
+    if (values.isEmpty()) {
+        m_response->setError(Response::RE_NoData4Update);
+        return false;
+    }
+    values.insert(QStringLiteral("online"), QDateTime::currentSecsSinceEpoch());
+
+    QStringList assignments;
+    for (auto it = values.cbegin(); it != values.cend(); ++it)
+        assignments << QStringLiteral("%1=\"%2\"").arg(it.key()).arg(it.value().toString());
+    QSqlQuery query(m_db);
+    if (!query.exec(QStringLiteral("UPDATE term SET %1 WHERE tid = %2")
+                        .arg(assignments.join(QStringLiteral(", ")), QString::number(tid)))) {
+        reportSqlError(query, "WebApiWorker::dbUpdateTerm() SQl ERROR:");
+        return false;
+    }
+    return query.numRowsAffected() > 0;
 }

@@ -8,7 +8,10 @@
 #include <QSharedPointer>
 #include <QVariant>
 
+#include <functional>
+
 class QSqlQuery;
+class QSqlRecord;
 class Response;
 struct SyncSection;
 
@@ -56,6 +59,8 @@ public:
     static QString secsToIsoDateTime(qint64 secs);
     static QString secsToIsoDate(qint64 secs);
     static qint64 isoToSecs(const QString &text);
+    // A column passed on as stored: SQL NULL becomes an invalid variant, which renders as null.
+    static QVariant storedValue(const QVariant &value);
 
     // Terminal verb handlers (handlers.cpp).
     void buildGetResponse(const QStringList &words);
@@ -78,6 +83,8 @@ public:
     uint dbInsertPerson(uint tid, const QVariantMap &data);
     bool dbUpdatePerson(uint tid, uint uid, const QVariantMap &data);
     bool dbSetOtherTermsPeopleSync(uint tid, uint uid, char type);
+    bool isForeignKeyError(const QString &text) const;
+    bool isMissingIID(const QString &text) const;
 
     // Entrances (entrances.cpp).
     bool dbCheckEntrance(uint id, uint refId);
@@ -116,6 +123,22 @@ protected:
     void reportSqlError(const QSqlQuery &query, const char *logLine);
     // The shared body of the keyed feed sections (sync.cpp).
     QVariantMap dbGetSyncSection(const SyncSection &section, uint tid, bool force);
+
+    // The terminal test of the verb handlers: `text` decodes and names a live terminal, whose
+    // number lands in `tid`. `between` runs after decoding, before the row check; false ends it.
+    bool checkTerminalId(const QString &text, uint &tid, const std::function<bool()> &between = nullptr);
+    // The person test: `text` decodes into `uid` and `pid` of an active person.
+    bool checkPersonId(const QString &text, uint &uid, uint &pid);
+
+    // The list pattern of the read operations: each row becomes a map by `rowMap`. With `single`
+    // the first row's map comes back alone; otherwise, and when `single` found no row, the list,
+    // with X-WEBAPI-COUNT.
+    using RowMap = QVariantMap (*)(const QSqlQuery &query, const QSqlRecord &columns);
+    QVariant collectRows(QSqlQuery &query, bool single, RowMap rowMap);
+    // First column of a COUNT statement in `count`; false (and reported) when it failed.
+    bool queryCount(const QString &sql, const char *failureLine, uint &count);
+    // Links a person to a terminal unless linked already; false only when the link test failed.
+    bool dbLinkPerson(uint uid, uint tid, const char *failureLine);
 
     QString m_version;
     ContextType m_contextType = UnknownContext;

@@ -1,12 +1,14 @@
 // The request spine end to end: header checks, database, licence, routing and rendering,
 // through buildResponse on a real DBManager and the private MariaDB.
 #include "support/apifixture.h"
+#include "support/logcapture.h"
 
 #include "database/dbmanager.h"
 #include "licence/licence.h"
 #include "response/response.h"
 #include "worker/webapiworker.h"
 
+#include <QJsonObject>
 #include <QtTest>
 
 class TestSpine : public QObject
@@ -20,6 +22,10 @@ private slots:
     void responseErrorsListsCatalogue();
     void sqlErrorTextOnlyInDevelopment();
     void noManagerIsBadDatabase();
+    void licenceRows_data();
+    void licenceRows();
+    void emptyTokenRunsOnMaster();
+    void managerConnectionQueuedAfterRequest();
 
 private:
     QScopedPointer<ApiFixture> m_fx;
@@ -55,6 +61,9 @@ void TestSpine::wholeResponses_data()
     QTest::newRow("unknown get path") << "GET" << "/webapi/nothing/here" << QStringList{pragma, auth}
                                       << "spine/unknown-path.http";
     QTest::newRow("info") << "GET" << "/webapi/info" << QStringList{pragma, auth} << "spine/info.http";
+    QTest::newRow("prefix alone") << "GET" << "/webapi" << QStringList{pragma, auth} << "spine/root.http";
+    QTest::newRow("delete in terminal context") << "DELETE" << "/webapi" << QStringList{pragma, auth}
+                                                << "spine/delete.http";
 }
 
 void TestSpine::wholeResponses()
@@ -77,14 +86,8 @@ void TestSpine::responseErrorsListsCatalogue()
 
 void TestSpine::sqlErrorTextOnlyInDevelopment()
 {
-    // A licence that is not switched on for this one case.
-    QVERIFY(m_fx->customer().exec(QStringLiteral("UPDATE vars SET value = '0' WHERE name = 'webapi.enabled'")));
-    const HttpReply closed = m_fx->request(QStringLiteral("GET"), QStringLiteral("/webapi/info"), m_fx->terminalHeaders());
-    QVERIFY(m_fx->customer().exec(QStringLiteral("UPDATE vars SET value = '1' WHERE name = 'webapi.enabled'")));
-    QCOMPARE(closed.status, 401);
-    QCOMPARE(closed.body, QByteArray("{\n    \"code\": 100006,\n    \"message\": \"Bad authorization 'REST interface not licensed'\"\n}\n"));
-
-    // A failing statement: the worker reports it through the one failure path.
+    // What the one failure path of a terminal statement answers, with and without development
+    // mode (no routed handler runs SQL of its own yet).
     Response hidden(RequestHeader{});
     RequestHeader devel;
     devel.develEnv = true;
@@ -101,6 +104,105 @@ void TestSpine::noManagerIsBadDatabase()
     const QByteArray raw = worker.buildResponse(QStringLiteral("GET"), QUrl(QStringLiteral("http://h/webapi/info")),
                                                 m_fx->terminalHeaders(), QByteArray());
     COMPARE_EXPECTED(maskTms(raw), QStringLiteral("spine/no-manager.http"));
+}
+
+void TestSpine::licenceRows_data()
+{
+    QTest::addColumn<QString>("sql");  // run on the customer database before the request
+    QTest::addColumn<QString>("authorization");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("expectedFile");  // empty: status only
+
+    const QString bearer = QStringLiteral("Authorization: Bearer ") + ApiFixture::kKey;
+    QTest::newRow("switched off") << "UPDATE vars SET value = '0' WHERE name = 'webapi.enabled'" << bearer << 401
+                                  << "spine/not-licensed.http";
+    QTest::newRow("switch missing") << "DELETE FROM vars WHERE name = 'webapi.enabled'" << bearer << 401
+                                    << "spine/not-licensed.http";
+    QTest::newRow("scheme in lower case") << "" << QStringLiteral("Authorization: bearer ") + ApiFixture::kKey << 200
+                                          << "";
+    QTest::newRow("second client") << QStringLiteral("INSERT INTO vars VALUES ('webapi.key.admin', '%1')")
+                                          .arg(Licence::keyDigest(QStringLiteral("admin-key-42")))
+                                   << "Authorization: Bearer admin-key-42" << 200 << "";
+    QTest::newRow("other prefix") << QStringLiteral("INSERT INTO vars VALUES ('webapi.keys', '%1')")
+                                         .arg(Licence::keyDigest(QStringLiteral("admin-key-42")))
+                                  << "Authorization: Bearer admin-key-42" << 401 << "";
+    QTest::newRow("terminal key removed") << "DELETE FROM vars WHERE name LIKE 'webapi.key.%'" << bearer << 401 << "";
+    QTest::newRow("key without scheme") << "" << QStringLiteral("Authorization: ") + ApiFixture::kKey << 401
+                                        << "spine/key-without-scheme.http";
+}
+
+void TestSpine::licenceRows()
+{
+    QFETCH(QString, sql);
+    QFETCH(QString, authorization);
+    QFETCH(int, status);
+    QFETCH(QString, expectedFile);
+
+    const QList<QVariantMap> saved = m_fx->customer().rows(QStringLiteral("SELECT name, value FROM vars"));
+    if (!sql.isEmpty())
+        QVERIFY(m_fx->customer().exec(sql));
+    const QByteArray raw = m_fx->call(QStringLiteral("GET"), QStringLiteral("/webapi/info"),
+                                      {QStringLiteral("Pragma: ") + m_fx->token(), authorization});
+    QVERIFY(m_fx->customer().exec(QStringLiteral("DELETE FROM vars")));
+    for (const QVariantMap &row : saved)
+        QVERIFY(m_fx->customer().exec(QStringLiteral("INSERT INTO vars VALUES ('%1', '%2')")
+                                          .arg(row.value("name").toString(), row.value("value").toString())));
+    QCOMPARE(HttpReply::parse(raw).status, status);
+    if (!expectedFile.isEmpty())
+        COMPARE_EXPECTED(maskTms(raw), expectedFile);
+}
+
+void TestSpine::emptyTokenRunsOnMaster()
+{
+    // A master database of its own whose only key is "master-key": a request without a token
+    // passes the key check only if it ran there.
+    TestDatabase masterDb(QStringLiteral("spine_master"), QStringLiteral(WEBAPI_SOURCE_DIR "/database/schema/customer.sql"));
+    QVERIFY2(masterDb.isReady(), qPrintable(masterDb.error()));
+    QVERIFY(masterDb.exec(QStringLiteral("INSERT INTO vars VALUES ('webapi.enabled', '1'), ('webapi.key.host', '%1')")
+                              .arg(Licence::keyDigest(QStringLiteral("master-key")))));
+    DBManager *manager = m_fx->manager();
+    manager->removeUnusedConnections();  // what earlier requests queued
+    const QSqlDatabase savedMaster = manager->zmtDB();
+    QSqlDatabase master = QSqlDatabase::cloneDatabase(masterDb.db(), QStringLiteral("spine.master"));
+    manager->setZmtDB(master);
+    manager->setDebugLevel(1);
+
+    const HttpReply reply = m_fx->request(QStringLiteral("GET"), QStringLiteral("/webapi/info"),
+                                          {QStringLiteral("Authorization: Bearer master-key")});
+    LogCapture log;
+    manager->removeUnusedConnections();
+    manager->setDebugLevel(0);
+    manager->setZmtDB(savedMaster);
+    master = QSqlDatabase();
+    QSqlDatabase::removeDatabase(QStringLiteral("spine.master"));
+
+    QCOMPARE(reply.status, 200);
+    QCOMPARE(reply.json().object().value(QStringLiteral("name")).toString(), QStringLiteral("Web API"));
+    // The master connection was not reported as free.
+    QCOMPARE(log.linesStartingWith(QtDebugMsg, QStringLiteral("DBManager::removeUnusedConnections() - removing:")),
+             QStringList());
+    QCOMPARE(log.lines(QtWarningMsg), QStringList());
+}
+
+void TestSpine::managerConnectionQueuedAfterRequest()
+{
+    // With a token the worker runs on its own clone; the manager's per-thread connection is
+    // closed and queued, and the host's sweep removes it.
+    DBManager *manager = m_fx->manager();
+    manager->removeUnusedConnections();  // what earlier requests queued
+    const HttpReply reply = m_fx->request(QStringLiteral("GET"), QStringLiteral("/webapi/info"), m_fx->terminalHeaders());
+    QCOMPARE(reply.status, 200);
+    QVERIFY(manager->hasConnection(m_fx->token()));
+    manager->setDebugLevel(1);
+    LogCapture log;
+    manager->removeUnusedConnections();
+    manager->setDebugLevel(0);
+    QCOMPARE(log.linesStartingWith(QtDebugMsg, QStringLiteral("DBManager::removeUnusedConnections() - removing:")),
+             QStringList{QStringLiteral("DBManager::removeUnusedConnections() - removing: \"%1\"")
+                             .arg(manager->connectionNameFor(m_fx->token()))});
+    QVERIFY(!manager->hasConnection(m_fx->token()));
+    // The next request makes it anew.
+    QCOMPARE(m_fx->request(QStringLiteral("GET"), QStringLiteral("/webapi/info"), m_fx->terminalHeaders()).status, 200);
 }
 
 QTEST_GUILESS_MAIN(TestSpine)

@@ -52,12 +52,8 @@ bool ApiFixture::setUp()
 
     m_infoConnection = QStringLiteral("QHX.InfoDB.") + m_info->name();
     m_zmtConnection = QStringLiteral("QHX.ZMTDB.") + m_info->name();
-    QSqlDatabase infoDb = QSqlDatabase::addDatabase(QStringLiteral("QMYSQL"), m_infoConnection);
-    infoDb.setHostName(TestServer::host());
-    infoDb.setPort(TestServer::port());
-    infoDb.setUserName(TestServer::user());
-    infoDb.setPassword(TestServer::password());
-    infoDb.setDatabaseName(m_info->name());
+    QSqlDatabase infoDb = TestServer::connect(m_infoConnection, m_info->name());
+    infoDb.close();  // the manager's own open attempt is what isInfoDB reports
     QSqlDatabase zmtDb = QSqlDatabase::cloneDatabase(infoDb, m_zmtConnection);
 
     m_manager.reset(new DBManager());

@@ -1,0 +1,150 @@
+#include "hostconfig.h"
+
+#include "settings/envirosettings.h"
+
+#include <QThread>
+#include <QUrl>
+
+#include <algorithm>
+
+namespace {
+
+struct KeyInfo
+{
+    const char *key;
+    const char *defaultText;
+    const char *meaning;
+};
+
+// The one list of keys: the loader and --help both read it.
+const KeyInfo kKeys[] = {
+    {"listen/address", "127.0.0.1", "address to listen on"},
+    {"listen/port", "8080", "TCP port; 0 picks a free one (the start line names it)"},
+    {"threads", "", "worker threads, each serving its own customers (default: CPU count, at least 2)"},
+    {"io/threads", "", "threads that read and write connections (default: 1 per 4 workers, at least 1)"},
+    {"plugin", WEBAPI_DEFAULT_PLUGIN, "path of the plug-in file"},
+    {"infodb/host", "127.0.0.1", "InfoDB server; customer databases live on the same server"},
+    {"infodb/port", "3306", "InfoDB port"},
+    {"infodb/name", "infodb", "InfoDB database name"},
+    {"infodb/user", "webapi", "InfoDB user"},
+    {"infodb/password", "", "InfoDB password"},
+    {"zmtdb/host", "", "master database for requests without a token (default: the InfoDB's)"},
+    {"zmtdb/port", "", "master database port (default: the InfoDB's)"},
+    {"zmtdb/name", "", "master database name; empty: none"},
+    {"zmtdb/user", "", "master database user (default: the InfoDB's)"},
+    {"zmtdb/password", "", "master database password (default: the InfoDB's)"},
+    {"debug/level", "0", "0 to 3: trace lines of the plug-in and the connection manager"},
+    {"limits/body", "16777216", "largest request body in bytes; larger ones get 413"},
+    {"limits/timeout", "30", "seconds to receive a whole request or write a response"},
+    {"webhook/url", "", "URL that gets a JSON POST per created record; empty: none"},
+};
+
+QString text(EnviroSettings &settings, const char *key)
+{
+    const auto found = std::find_if(std::begin(kKeys), std::end(kKeys),
+                                    [key](const KeyInfo &info) { return qstrcmp(info.key, key) == 0; });
+    return settings.value(QLatin1String(key), QString::fromUtf8(found->defaultText)).toString().trimmed();
+}
+
+bool number(EnviroSettings &settings, const char *key, qint64 min, qint64 max, qint64 *out, QString *error)
+{
+    const QString value = text(settings, key);
+    bool ok = false;
+    const qint64 n = value.toLongLong(&ok);
+    if (!ok || n < min || n > max) {
+        *error = QStringLiteral("setting %1 must be a number from %2 to %3, not '%4'").arg(QLatin1String(key)).arg(min).arg(max).arg(value);
+        return false;
+    }
+    *out = n;
+    return true;
+}
+
+} // namespace
+
+bool HostConfig::load(EnviroSettings &settings, HostConfig *config, QString *error)
+{
+    HostConfig c;
+    qint64 n = 0;
+    c.address = text(settings, "listen/address");
+    if (!number(settings, "listen/port", 0, 65535, &n, error))
+        return false;
+    c.port = quint16(n);
+
+    const int cpus = std::max(2, QThread::idealThreadCount());
+    if (text(settings, "threads").isEmpty())
+        c.threads = cpus;
+    else if (number(settings, "threads", 1, 256, &n, error))
+        c.threads = int(n);
+    else
+        return false;
+    if (text(settings, "io/threads").isEmpty())
+        c.ioThreads = std::max(1, c.threads / 4);
+    else if (number(settings, "io/threads", 1, 64, &n, error))
+        c.ioThreads = int(n);
+    else
+        return false;
+
+    c.plugin = text(settings, "plugin");
+    c.infoDb.host = text(settings, "infodb/host");
+    if (!number(settings, "infodb/port", 1, 65535, &n, error))
+        return false;
+    c.infoDb.port = int(n);
+    c.infoDb.name = text(settings, "infodb/name");
+    c.infoDb.user = text(settings, "infodb/user");
+    c.infoDb.password = text(settings, "infodb/password");
+
+    c.zmtDb = c.infoDb;
+    c.zmtDb.name = text(settings, "zmtdb/name");
+    if (!text(settings, "zmtdb/host").isEmpty())
+        c.zmtDb.host = text(settings, "zmtdb/host");
+    if (!text(settings, "zmtdb/port").isEmpty()) {
+        if (!number(settings, "zmtdb/port", 1, 65535, &n, error))
+            return false;
+        c.zmtDb.port = int(n);
+    }
+    if (!text(settings, "zmtdb/user").isEmpty()) {
+        c.zmtDb.user = text(settings, "zmtdb/user");
+        c.zmtDb.password = text(settings, "zmtdb/password");
+    }
+
+    if (!number(settings, "debug/level", 0, 3, &n, error))
+        return false;
+    c.debugLevel = quint8(n);
+    if (!number(settings, "limits/body", 0, Q_INT64_C(1) << 32, &n, error))
+        return false;
+    c.bodyLimit = n;
+    if (!number(settings, "limits/timeout", 1, 3600, &n, error))
+        return false;
+    c.timeoutSeconds = int(n);
+    c.webhookUrl = text(settings, "webhook/url");
+    if (!c.webhookUrl.isEmpty() && !QUrl(c.webhookUrl, QUrl::StrictMode).isValid()) {
+        *error = QStringLiteral("setting webhook/url is not a valid URL: '%1'").arg(c.webhookUrl);
+        return false;
+    }
+    *config = c;
+    return true;
+}
+
+QString HostConfig::helpText(const EnviroSettings &settings)
+{
+    QString help = QStringLiteral(
+        "Usage: webapi-host [--config FILE]\n"
+        "\n"
+        "Serves the webapi plug-in over HTTP/1.1. Settings come from the INI file given with\n"
+        "--config and, for keys the file lacks, from environment variables: the key with the\n"
+        "prefix webapi, '/' turned into '_', in capitals (listen/port: WEBAPI_LISTEN_PORT).\n"
+        "\n"
+        "Keys:\n");
+    for (const KeyInfo &info : kKeys) {
+        const QString key = QString::fromLatin1(info.key);
+        QString line = QStringLiteral("  %1 %2 %3").arg(key, -16).arg(settings.environmentKey(key), -24).arg(QString::fromUtf8(info.meaning));
+        if (*info.defaultText)
+            line += QStringLiteral(" [%1]").arg(QString::fromUtf8(info.defaultText));
+        help += line + QLatin1Char('\n');
+    }
+    help += QStringLiteral(
+        "\n"
+        "GET /healthz answers 200 while the InfoDB answers. SIGINT or SIGTERM stop the host\n"
+        "after the requests in flight. Exit status 2: the plug-in or the InfoDB is unusable.\n");
+    return help;
+}

@@ -1,0 +1,40 @@
+#ifndef HOSTCONFIG_H
+#define HOSTCONFIG_H
+
+#include <QString>
+
+class EnviroSettings;
+
+// Where one database lives and how to log in.
+struct DbConfig
+{
+    QString host;
+    int port = 3306;
+    QString name;
+    QString user;
+    QString password;
+};
+
+// Everything the host reads at start. Every key comes from the optional INI file or, when
+// the file lacks it, from the environment (prefix "webapi": listen/port is
+// WEBAPI_LISTEN_PORT).
+struct HostConfig
+{
+    QString address;
+    quint16 port = 0;
+    int threads = 0;         // worker threads, each with one plug-in worker
+    int ioThreads = 0;       // threads that parse and write
+    QString plugin;
+    DbConfig infoDb;
+    DbConfig zmtDb;          // master database; name empty: none
+    quint8 debugLevel = 0;
+    qint64 bodyLimit = 0;    // bytes
+    int timeoutSeconds = 0;  // to receive one whole request, and to write one response
+    QString webhookUrl;
+
+    // Reads every key; false with a one-line reason in `error` on a value that is unusable.
+    static bool load(EnviroSettings &settings, HostConfig *config, QString *error);
+    static QString helpText(const EnviroSettings &settings);
+};
+
+#endif

@@ -1,0 +1,146 @@
+#include "httpserver.h"
+
+#include "hostlog.h"
+#include "listener.h"
+#include "session.h"
+
+#include <csignal>
+
+namespace net = boost::asio;
+
+namespace {
+
+// A request stuck in the database must not keep the process alive for ever.
+const std::chrono::seconds kStopDeadline(30);
+
+} // namespace
+
+HttpServer::HttpServer(const HostConfig &config, WorkerPool &pool, const QStringList &pluginPaths)
+    : m_config(config)
+    , m_pool(pool)
+    , m_ioc(config.ioThreads)
+    , m_signals(m_ioc, SIGINT, SIGTERM)
+    , m_deadline(m_ioc)
+{
+    for (const QString &path : pluginPaths)
+        m_paths.push_back(path.toStdString());
+}
+
+HttpServer::~HttpServer()
+{
+    join();
+}
+
+bool HttpServer::listen(QString *error)
+{
+    boost::beast::error_code ec;
+    const auto address = net::ip::make_address(m_config.address.toStdString(), ec);
+    if (ec) {
+        *error = QStringLiteral("listen/address '%1' is not an IP address").arg(m_config.address);
+        return false;
+    }
+    m_listener = std::make_shared<Listener>(m_ioc, *this);
+    if (!m_listener->open({address, m_config.port}, ec)) {
+        *error = QStringLiteral("cannot listen on %1:%2: %3").arg(m_config.address).arg(m_config.port)
+                     .arg(QString::fromStdString(ec.message()));
+        return false;
+    }
+    m_baseUrl = QStringLiteral("http://%1:%2").arg(m_config.address).arg(port()).toUtf8();
+    return true;
+}
+
+unsigned short HttpServer::port() const
+{
+    return m_listener ? m_listener->port() : 0;
+}
+
+void HttpServer::start(std::function<void()> stopped)
+{
+    m_stopped = std::move(stopped);
+    m_work.emplace(m_ioc.get_executor());
+    m_signals.async_wait([this](const boost::system::error_code &ec, int signal) {
+        if (ec)
+            return;
+        hostLog(QStringLiteral("signal %1: stopping after the requests in flight").arg(signal));
+        beginStop();
+    });
+    m_listener->run();
+    for (int i = 0; i < m_config.ioThreads; ++i)
+        m_threads.emplace_back([this] { m_ioc.run(); });
+}
+
+void HttpServer::join()
+{
+    m_work.reset();
+    m_ioc.stop();
+    for (std::thread &thread : m_threads)
+        thread.join();
+    m_threads.clear();
+}
+
+bool HttpServer::servesPath(const std::string &path) const
+{
+    for (const std::string &prefix : m_paths) {
+        if (path.compare(0, prefix.size(), prefix) == 0 && (path.size() == prefix.size() || path[prefix.size()] == '/'))
+            return true;
+    }
+    return false;
+}
+
+void HttpServer::addSession(const std::shared_ptr<Session> &session)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_sessions.emplace(session.get(), session);
+}
+
+void HttpServer::removeSession(Session *session)
+{
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_sessions.erase(session);
+    }
+    if (m_stopping)
+        finishIfDone();
+}
+
+void HttpServer::beginStop()
+{
+    m_stopping = true;
+    m_listener->stop();
+    std::vector<std::shared_ptr<Session>> sessions;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        for (const auto &entry : m_sessions) {
+            if (auto session = entry.second.lock())
+                sessions.push_back(session);
+        }
+    }
+    for (const auto &session : sessions)
+        session->stopIfIdle();
+    sessions.clear();
+    m_deadline.expires_after(kStopDeadline);
+    m_deadline.async_wait([this](const boost::system::error_code &ec) {
+        if (ec)
+            return;
+        hostLog(QStringLiteral("stop deadline passed with requests still open"));
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_sessions.clear();
+        }
+        finishIfDone();
+    });
+    finishIfDone();
+}
+
+void HttpServer::finishIfDone()
+{
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (!m_sessions.empty() || m_stoppedCalled)
+            return;
+        m_stoppedCalled = true;
+    }
+    m_deadline.cancel();
+    if (m_stopped)
+        m_stopped();
+}

@@ -1,0 +1,76 @@
+#ifndef HTTPSERVER_H
+#define HTTPSERVER_H
+
+#include "hostconfig.h"
+
+#include <QByteArray>
+#include <QStringList>
+
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <unordered_map>
+#include <vector>
+
+class Listener;
+class Session;
+class WorkerPool;
+
+// The I/O side of the host: the listener, the sessions, the I/O threads and the graceful
+// stop on SIGINT/SIGTERM (no new connections, requests in flight answered, then `stopped`).
+class HttpServer
+{
+public:
+    HttpServer(const HostConfig &config, WorkerPool &pool, const QStringList &pluginPaths);
+    ~HttpServer();
+
+    bool listen(QString *error);
+    unsigned short port() const;
+    // Runs the I/O threads; `stopped` is called once, on some I/O thread, when a stop has
+    // finished (or its deadline has passed).
+    void start(std::function<void()> stopped);
+    void join();
+
+    const HostConfig &config() const { return m_config; }
+    WorkerPool &pool() { return m_pool; }
+    bool stopping() const { return m_stopping; }
+    bool servesPath(const std::string &path) const;
+    const QByteArray &baseUrl() const { return m_baseUrl; }
+
+    void addSession(const std::shared_ptr<Session> &session);
+    void removeSession(Session *session);
+
+private:
+    void beginStop();
+    void finishIfDone();
+
+    const HostConfig m_config;
+    WorkerPool &m_pool;
+    std::vector<std::string> m_paths;
+    QByteArray m_baseUrl;
+    std::function<void()> m_stopped;
+
+    // Declared before the io_context: handlers it destroys may still end sessions.
+    std::mutex m_mutex;
+    std::unordered_map<Session *, std::weak_ptr<Session>> m_sessions;
+    bool m_stoppedCalled = false;
+    std::atomic<bool> m_stopping{false};
+
+    boost::asio::io_context m_ioc;
+    std::optional<boost::asio::executor_work_guard<boost::asio::io_context::executor_type>> m_work;
+    boost::asio::signal_set m_signals;
+    boost::asio::steady_timer m_deadline;
+    std::shared_ptr<Listener> m_listener;
+    std::vector<std::thread> m_threads;
+};
+
+#endif

@@ -1,0 +1,55 @@
+#include "serverresponses.h"
+
+#include <boost/beast/http.hpp>
+
+#include <sstream>
+
+namespace http = boost::beast::http;
+
+namespace {
+
+std::string make(http::status status, const std::string &text, bool keepAlive)
+{
+    http::response<http::string_body> response{status, 11};
+    response.set(http::field::server, "webapi-host");
+    response.set(http::field::content_type, "text/plain; charset=utf-8");
+    response.keep_alive(keepAlive);
+    response.body() = text + "\n";
+    response.prepare_payload();
+    std::ostringstream out;
+    out << response;
+    return out.str();
+}
+
+} // namespace
+
+std::string ServerResponses::health(bool infoDbAnswers, bool keepAlive)
+{
+    return infoDbAnswers ? make(http::status::ok, "ok", keepAlive)
+                         : make(http::status::service_unavailable, "InfoDB does not answer", keepAlive);
+}
+
+std::string ServerResponses::notFound(bool keepAlive)
+{
+    return make(http::status::not_found, "not found", keepAlive);
+}
+
+std::string ServerResponses::badRequest()
+{
+    return make(http::status::bad_request, "bad request", false);
+}
+
+std::string ServerResponses::requestTimeout()
+{
+    return make(http::status::request_timeout, "request not received in time", false);
+}
+
+std::string ServerResponses::payloadTooLarge()
+{
+    return make(http::status::payload_too_large, "request body too large", false);
+}
+
+std::string ServerResponses::headersTooLarge()
+{
+    return make(http::status::request_header_fields_too_large, "request header too large", false);
+}

@@ -1,0 +1,19 @@
+#ifndef SERVERRESPONSES_H
+#define SERVERRESPONSES_H
+
+#include <string>
+
+// The host's own answers, as complete response texts. Everything below the plug-in's paths
+// is the plug-in's; these cover the rest and the failures before a request is whole.
+namespace ServerResponses {
+
+std::string health(bool infoDbAnswers, bool keepAlive);
+std::string notFound(bool keepAlive);
+std::string badRequest();
+std::string requestTimeout();
+std::string payloadTooLarge();
+std::string headersTooLarge();
+
+} // namespace ServerResponses
+
+#endif

@@ -1,0 +1,136 @@
+#include "controllers/attendancecontroller.h"
+
+#include "controllers/controllerhelpers.h"
+#include "response/response.h"
+
+#include <QSqlQuery>
+
+namespace {
+
+// Overtime of a row: the difference to plan when positive.
+void addExtra(QVariantMap &row)
+{
+    const double diff = row.value(QStringLiteral("diff")).toDouble();
+    row.insert(QStringLiteral("extra"), diff > 0 ? diff : 0.0);
+}
+
+} // namespace
+
+AttendanceController::AttendanceController()
+    : m_endpoint(QStringLiteral("attendance"))
+{
+}
+
+QStringList AttendanceController::endpoints() const
+{
+    return {m_endpoint};
+}
+
+void AttendanceController::process(AdminRequestContext &ctx)
+{
+    QString period;
+    QString filter;
+    if (!acceptRequest(ctx, m_endpoint, period, filter))
+        return;
+    if (period == QLatin1String("daily"))
+        collectDayData(ctx, filter);
+    else if (period == QLatin1String("monthly"))
+        collectMonthData(ctx, filter);
+    else
+        ctx.response->setError(Response::RE_InvalidApiEndpoint, period);
+}
+
+void AttendanceController::collectDayData(AdminRequestContext &ctx, const QString &filter)
+{
+    if (m_debug)
+        qDebug("AttendanceController::collectDayData() filter: '%s' aid: %u", qPrintable(filter), uint(ctx.admin.aid));
+    const QDate date = periodDate(ctx, filter, false);
+    if (!date.isValid())
+        return;
+
+    QSqlQuery query(ctx.db);
+    const QString sql = QStringLiteral(
+        "SELECT p.pid personId, p.pamId, CONCAT(p.surname, ' ', p.name) personName, DATE(FROM_UNIXTIME(a.date)) day, "
+        "a.dow dayOfWeek, a.entry clockIn, a.leave clockOut, a.total, a.work worked, a.shift shiftNo, a.night nightWork, "
+        "a.vouchers foodUnits, a.lunch break, a.diff, a.saldo, a.wta workTimeAccount, saldo_p paid, saldo_c cancelled, "
+        "a.ok status, IF(h.localName IS NULL OR h.localName='', h.name, CONCAT_WS('', h.name, ' (', h.localName, ')')) "
+        "holiday, a.lock locked, a.inters interruptions, a.bonus, a.note, a.freeDay isFreeDay, a.fond, a.man isManual, "
+        "a.checked isChecked, readBegin readinessBegin, IF(readEnd < readBegin, readEnd + 86400, readEnd) readinessEnd, "
+        "wore readinessWorked, manOvertime isManualOvertime, overtimeNote, (flags & 1) isPlan FROM atten a LEFT JOIN "
+        "people p USING(uid) LEFT JOIN holidays h USING(hid) WHERE uid IN (SELECT ap.uid FROM admins_people ap WHERE "
+        "ap.aid = %1) AND a.date = %2 ORDER BY surname, p.name, p.pid")
+                            .arg(ctx.admin.aid)
+                            .arg(localMidnight(date));
+    if (!execOrReport(ctx, query, sql, "AttendanceController::collectDayData() failed! Error: %s"))
+        return;
+
+    const QSet<QString> durationColumns = {
+        QStringLiteral("clockIn"), QStringLiteral("clockOut"), QStringLiteral("total"),
+        QStringLiteral("worked"), QStringLiteral("nightWork"), QStringLiteral("break"),
+        QStringLiteral("diff"), QStringLiteral("saldo"), QStringLiteral("workTimeAccount"),
+        QStringLiteral("paid"), QStringLiteral("cancelled"), QStringLiteral("bonus"),
+        QStringLiteral("fond"), QStringLiteral("readinessBegin"), QStringLiteral("readinessEnd"),
+        QStringLiteral("readinessWorked")};
+    QVariantList list;
+    while (query.next()) {
+        QVariantMap row = recordToMap(query, durationColumns);
+        row.insert(QStringLiteral("shift"),
+                   formatShift(quint8(row.value(QStringLiteral("shiftNo")).toUInt()),
+                               row.value(QStringLiteral("isPlan")).toBool(),
+                               row.value(QStringLiteral("fond")).toBool(),
+                               row.value(QStringLiteral("isFreeDay")).toBool()));
+        addExtra(row);
+        list.append(row);
+    }
+    ctx.response->setData(list);
+}
+
+void AttendanceController::collectMonthData(AdminRequestContext &ctx, const QString &filter)
+{
+    if (m_debug)
+        qDebug("AttendanceController::collectMonthData() filter: '%s' aid: %u", qPrintable(filter), uint(ctx.admin.aid));
+    const QDate date = periodDate(ctx, filter, true);
+    if (!date.isValid())
+        return;
+
+    // ref_fond stands twice under one alias; in the row it is one key.
+    const QString head = QStringLiteral(
+        "SELECT a.month, p.pid personId, p.pamId, CONCAT_WS(' ',  p.surname, p.name) personName, a.gid groupId, "
+        "g.name groupName, mg.name masterGroupName, p.did departmentId, a.status lockedStatus, a.locks daysLocked, "
+        "a.days, a.oks daysOK, a.checks daysChecked, a.fond, a.work worked, a.vouchers foodUnits, a.diff, a.saldo, "
+        "a.saldo_p paid, a.saldo_c cancelled, adm.login editor, FROM_UNIXTIME(a.edited) edited, a.ref_fond "
+        "referenceFond, a.night nightWork, a.break, a.bonus, a.workDays, a.holidays, a.wfond weekFond, a.ref_workDays "
+        "referenceWorkDays, a.ref_holidays referenceHolidays, a.ref_wFond referenceWeekFond, a.ref_fond referenceFond, "
+        "a.curSaldo saldoCurrent, a.planSaldo saldoPlaned, a.totalSaldo saldoTotal, a.workDaysVal workDaysWorked, "
+        "a.day6sum day6worked, a.day7sum day7worked, a.holidayFond, a.holidaySum holidaysWorked, a.wta "
+        "workTimeAccount, a.wtaPlus workTimeAccountPlus, a.wtaMinus workTimeAccountMinus, a.wtaTotal "
+        "workTimeAccountTotal, a.readiness, a.readWorked readinessWorked, a.acv versionAC FROM atten_month a LEFT JOIN "
+        "people p ON p.uid = a.uid ");
+    const QString joins = QStringLiteral(
+        "LEFT JOIN groups g ON a.gid = g.gid  LEFT JOIN mastergroups mg ON g.parent = mg.mgId ");
+    const QString tail = QStringLiteral(" LEFT JOIN admins adm On a.editorID = adm.aid WHERE a.month = %1 ");
+    const QString sql = (head + joins + tail + monthPeopleRestriction(ctx.admin.aid)
+                         + QStringLiteral("ORDER BY p.surname, p.name"))
+                            .arg(monthNumber(date));
+    QSqlQuery query(ctx.db);
+    if (!execOrReport(ctx, query, sql, "AttendanceController::collectMonthData() failed! Error: %s"))
+        return;
+
+    const QSet<QString> durationColumns = {
+        QStringLiteral("fond"), QStringLiteral("worked"), QStringLiteral("diff"),
+        QStringLiteral("saldo"), QStringLiteral("paid"), QStringLiteral("cancelled"),
+        QStringLiteral("nightWork"), QStringLiteral("break"), QStringLiteral("bonus"),
+        QStringLiteral("weekFond"), QStringLiteral("referenceWeekFond"), QStringLiteral("referenceFond"),
+        QStringLiteral("saldoCurrent"), QStringLiteral("saldoPlaned"), QStringLiteral("saldoTotal"),
+        QStringLiteral("workDaysWorked"), QStringLiteral("day6worked"), QStringLiteral("day7worked"),
+        QStringLiteral("holidayFond"), QStringLiteral("holidaysWorked"), QStringLiteral("workTimeAccount"),
+        QStringLiteral("workTimeAccountPlus"), QStringLiteral("workTimeAccountMinus"),
+        QStringLiteral("workTimeAccountTotal"), QStringLiteral("readiness"), QStringLiteral("readinessWorked")};
+    QVariantList list;
+    while (query.next()) {
+        QVariantMap row = recordToMap(query, durationColumns);
+        addExtra(row);
+        list.append(row);
+    }
+    ctx.response->setData(list);
+}

@@ -1,0 +1,48 @@
+#ifndef CONTROLLERHELPERS_H
+#define CONTROLLERHELPERS_H
+
+// Free functions shared by the admin-context controllers: the period filter, hours and
+// the conversion of result rows.
+
+#include <QDate>
+#include <QSet>
+#include <QString>
+#include <QVariant>
+
+class QSqlQuery;
+
+// Formats of a literal period word.
+extern const QString kDayFormat;   // "yyyy-MM-dd"
+extern const QString kMonthFormat; // "yyyy-MM"
+
+// Keeps decimal digits (any script) and '-', in order.
+QString filterDigits(const QString &word);
+
+// A signed offset from today (days or months), or a literal date; invalid when the filter
+// is neither.
+QDate parsePeriodFilter(const QString &filter, bool monthly);
+// The same against a given today, so that month and year boundaries can be checked.
+QDate parsePeriodFilter(const QString &filter, bool monthly, const QDate &today);
+
+QVariant secondsToHours(qint64 seconds);
+
+// Label of a day's shift.
+QString formatShift(quint8 shiftNo, bool isPlan, bool hasFond, bool isFreeDay);
+
+// The current row as a map of column name to value: durations as hours, "is" columns as
+// bool, everything else as the driver gives it, with NULL as a JSON null.
+QVariantMap recordToMap(const QSqlQuery &query, const QSet<QString> &durationColumns);
+
+// A driver value as it goes into JSON: NULL becomes null rather than a typed zero.
+QVariant storedValue(const QVariant &value);
+
+// Local midnight of `date`, as the day is keyed in the database.
+qint64 localMidnight(const QDate &date);
+
+// yyyyMM, the key of a month in the database.
+uint monthNumber(const QDate &date);
+
+// The restriction of a month statement to the administrator's people.
+QString monthPeopleRestriction(uint aid);
+
+#endif

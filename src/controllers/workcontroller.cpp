@@ -1,0 +1,75 @@
+#include "controllers/workcontroller.h"
+
+#include "controllers/controllerhelpers.h"
+#include "response/response.h"
+
+#include <QSqlQuery>
+
+WorkController::WorkController()
+    : m_endpoint(QStringLiteral("work"))
+{
+}
+
+QStringList WorkController::endpoints() const
+{
+    return {m_endpoint};
+}
+
+void WorkController::process(AdminRequestContext &ctx)
+{
+    QString period;
+    QString filter;
+    if (!acceptRequest(ctx, m_endpoint, period, filter))
+        return;
+    if (period == QLatin1String("daily"))
+        processDailyData(ctx, filter);
+    else if (period == QLatin1String("monthly"))
+        processMonthlyData(ctx, filter);
+    else
+        ctx.response->setError(Response::RE_InvalidApiEndpoint, period);
+}
+
+void WorkController::processDailyData(AdminRequestContext &ctx, const QString &filter)
+{
+    if (m_debug)
+        qDebug("WorkController::processDailyData() filter: '%s' aid: %u", qPrintable(filter), uint(ctx.admin.aid));
+    const QDate date = periodDate(ctx, filter, false);
+    if (!date.isValid())
+        return;
+    // No blank before WHERE and AND: the server takes it so, and the text stays as it is.
+    const QString sql = QStringLiteral(
+        "SELECT p.pid personId, CONCAT(p.surname, ' ', p.name) personName, a.work worked FROM atten a LEFT JOIN people "
+        "p USING(uid)WHERE uid IN (SELECT ap.uid FROM admins_people ap WHERE ap.aid = %1)AND a.date = %2 ORDER BY "
+        "surname, p.name, p.pid")
+                            .arg(ctx.admin.aid)
+                            .arg(localMidnight(date));
+    QSqlQuery query(ctx.db);
+    if (execOrReport(ctx, query, sql, "WorkController::processDailyData() failed! Error: %s"))
+        setRows(ctx, query);
+}
+
+void WorkController::processMonthlyData(AdminRequestContext &ctx, const QString &filter)
+{
+    if (m_debug)
+        qDebug("WorkController::processMonthlyData() filter: '%s' aid: %u", qPrintable(filter), uint(ctx.admin.aid));
+    const QDate date = periodDate(ctx, filter, true);
+    if (!date.isValid())
+        return;
+    const QString head = QStringLiteral(
+        "SELECT p.pid personId, CONCAT_WS(' ',  p.surname, p.name) personName, a.work worked FROM atten_month a LEFT "
+        "JOIN people p ON p.uid = a.uid WHERE a.month = %1 ");
+    const QString sql =
+        (head + monthPeopleRestriction(ctx.admin.aid) + QStringLiteral("ORDER BY p.surname, p.name")).arg(monthNumber(date));
+    QSqlQuery query(ctx.db);
+    if (execOrReport(ctx, query, sql, "WorkController::processMonthlyData() failed! Error: %s"))
+        setRows(ctx, query);
+}
+
+void WorkController::setRows(AdminRequestContext &ctx, QSqlQuery &query)
+{
+    const QSet<QString> durationColumns = {QStringLiteral("worked")};
+    QVariantList list;
+    while (query.next())
+        list.append(recordToMap(query, durationColumns));
+    ctx.response->setData(list);
+}

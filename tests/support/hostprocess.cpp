@@ -1,0 +1,157 @@
+#include "support/hostprocess.h"
+
+#include "support/testserver.h"
+
+#include <QDeadlineTimer>
+#include <QProcessEnvironment>
+#include <QRegularExpression>
+
+#include <signal.h>
+
+HostProcess::HostProcess()
+{
+    m_process.setProcessChannelMode(QProcess::SeparateChannels);
+}
+
+HostProcess::~HostProcess()
+{
+    if (m_process.state() != QProcess::NotRunning) {
+        m_process.kill();
+        m_process.waitForFinished(5000);
+    }
+}
+
+QString HostProcess::binary()
+{
+    return QStringLiteral(WEBAPI_BIN_DIR "/webapi-host");
+}
+
+bool HostProcess::start(const QString &infoDb, const QMap<QString, QString> &settings)
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("WEBAPI_LISTEN_ADDRESS"), QStringLiteral("127.0.0.1"));
+    env.insert(QStringLiteral("WEBAPI_LISTEN_PORT"), QStringLiteral("0"));
+    env.insert(QStringLiteral("WEBAPI_THREADS"), QStringLiteral("4"));
+    env.insert(QStringLiteral("WEBAPI_INFODB_HOST"), TestServer::host());
+    env.insert(QStringLiteral("WEBAPI_INFODB_PORT"), QString::number(TestServer::port()));
+    env.insert(QStringLiteral("WEBAPI_INFODB_NAME"), infoDb);
+    env.insert(QStringLiteral("WEBAPI_INFODB_USER"), TestServer::user());
+    env.insert(QStringLiteral("WEBAPI_INFODB_PASSWORD"), TestServer::password());
+    for (auto it = settings.begin(); it != settings.end(); ++it)
+        env.insert(it.key(), it.value());
+    m_process.setProcessEnvironment(env);
+    m_process.start(binary(), QStringList());
+    if (!m_process.waitForStarted(10000) || !waitForLog("listening on http://"))
+        return false;
+    const QRegularExpression listening(QStringLiteral("listening on http://[0-9.]+:(\\d+)"));
+    m_port = quint16(listening.match(QString::fromUtf8(m_log)).captured(1).toUInt());
+    return m_port != 0;
+}
+
+QByteArray HostProcess::log()
+{
+    m_log += m_process.readAllStandardError();
+    return m_log;
+}
+
+bool HostProcess::waitForLog(const QByteArray &text, int timeoutMs)
+{
+    QDeadlineTimer deadline(timeoutMs);
+    while (!log().contains(text)) {
+        if (deadline.hasExpired() || m_process.state() == QProcess::NotRunning)
+            return log().contains(text);
+        m_process.waitForReadyRead(50);
+    }
+    return true;
+}
+
+void HostProcess::terminate()
+{
+    ::kill(pid_t(m_process.processId()), SIGTERM);
+}
+
+bool HostProcess::waitForExit(int timeoutMs, int *exitCode)
+{
+    if (!m_process.waitForFinished(timeoutMs) && m_process.state() != QProcess::NotRunning)
+        return false;
+    log();
+    *exitCode = m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
+    return true;
+}
+
+HttpConnection::HttpConnection(quint16 port)
+    : m_socket(new QTcpSocket)
+{
+    m_socket->connectToHost(QStringLiteral("127.0.0.1"), port);
+    m_socket->waitForConnected(5000);
+}
+
+bool HttpConnection::isConnected() const
+{
+    return m_socket->state() == QAbstractSocket::ConnectedState;
+}
+
+bool HttpConnection::send(const QByteArray &raw)
+{
+    if (m_socket->write(raw) != raw.size())
+        return false;
+    while (m_socket->bytesToWrite() > 0) {
+        if (!m_socket->waitForBytesWritten(10000))
+            return false;
+    }
+    return true;
+}
+
+QByteArray HttpConnection::readResponse(int timeoutMs)
+{
+    QDeadlineTimer deadline(timeoutMs);
+    for (;;) {
+        const int headEnd = m_pending.indexOf("\r\n\r\n");
+        if (headEnd >= 0) {
+            const QRegularExpression length(QStringLiteral("(?im)^content-length:\\s*(\\d+)"));
+            const QString head = QString::fromLatin1(m_pending.left(headEnd));
+            const int total = headEnd + 4 + length.match(head).captured(1).toInt();
+            if (m_pending.size() >= total) {
+                const QByteArray response = m_pending.left(total);
+                m_pending.remove(0, total);
+                return response;
+            }
+        }
+        if (deadline.hasExpired())
+            return QByteArray();
+        if (m_socket->bytesAvailable() == 0 && !m_socket->waitForReadyRead(int(qMax<qint64>(1, deadline.remainingTime()))))
+            return QByteArray();
+        m_pending += m_socket->readAll();
+    }
+}
+
+QByteArray HttpConnection::format(const QByteArray &method, const QByteArray &path, const QList<QByteArray> &headers,
+                                  const QByteArray &body)
+{
+    QByteArray raw = method + ' ' + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n";
+    for (const QByteArray &header : headers)
+        raw += header + "\r\n";
+    if (!body.isEmpty() || method == "POST")
+        raw += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
+    return raw + "\r\n" + body;
+}
+
+QByteArray HttpConnection::request(const QByteArray &method, const QByteArray &path, const QList<QByteArray> &headers,
+                                   const QByteArray &body)
+{
+    if (!send(format(method, path, headers, body)))
+        return QByteArray();
+    return readResponse();
+}
+
+bool HttpConnection::waitForClose(int timeoutMs)
+{
+    QDeadlineTimer deadline(timeoutMs);
+    while (m_socket->state() == QAbstractSocket::ConnectedState) {
+        if (deadline.hasExpired())
+            return false;
+        m_socket->waitForReadyRead(int(qMax<qint64>(1, deadline.remainingTime())));
+        m_pending += m_socket->readAll();
+    }
+    return true;
+}
