@@ -69,6 +69,8 @@ private:
     bool isMasterConnection(const QString &name) const;
     // isValidToken with the warning of a refusal; the text never repeats the token.
     static bool acceptToken(const QString &token, const char *operation);
+    // The one shape of the token lists: open the InfoDB, column 0 of each row, close.
+    QStringList queryTokens(const QString &sql, const char *failureMessage);
 
     quint8 m_debugLevel = 0;
     QHash<QString, DbScheme> m_schemes;

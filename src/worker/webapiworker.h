@@ -13,6 +13,7 @@
 class QSqlQuery;
 class QSqlRecord;
 class Response;
+struct SyncSection;
 
 // Does the plug-in's work: one request in, one complete HTTP response out. The spine
 // (parsing, context, database, licence, routing) lives in webapiworker.cpp; the terminal
@@ -126,6 +127,8 @@ protected:
     // before anything is written; only registration (`namePlaceholder`) keeps name=:name.
     bool inlineAssignments(const QVariantMap &values, const char *failureLine, QStringList &assignments,
                            QStringList *duplicates = nullptr, bool namePlaceholder = false);
+    // The shared body of the keyed feed sections (sync.cpp).
+    QVariantMap dbGetSyncSection(const SyncSection &section, uint tid, bool force);
 
     // The terminal test of the verb handlers: `text` decodes and names a live terminal, whose
     // number lands in `tid`. `between` runs after decoding, before the row check; false ends it.
