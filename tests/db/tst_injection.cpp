@@ -5,6 +5,7 @@
 #include "support/logcapture.h"
 
 #include "database/dbmanager.h"
+#include "database/zmtdbsettings.h"
 #include "response/response.h"
 #include "worker/webapiworker.h"
 
@@ -43,6 +44,8 @@ private slots:
     void acceptedValuesUnchanged();
     void adminTokenBound_data();
     void adminTokenBound();
+    void settingsWritesBound_data();
+    void settingsWritesBound();
 
 private:
     // Every row of the tables a terminal can write, to prove that nothing changed.
@@ -268,6 +271,33 @@ void TestInjection::adminTokenBound()
                                         m_fx->adminHeaders(apiToken))),
                      "admin/no-admin.http");
     QCOMPARE(log.lines(QtWarningMsg), QStringList());
+}
+
+void TestInjection::settingsWritesBound_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::newRow("quote") << "a'b";
+    QTest::newRow("percent") << "webapi.%";
+    QTest::newRow("underscore") << "webapi_enabled";
+    QTest::newRow("always true") << "' OR '1'='1";
+}
+
+void TestInjection::settingsWritesBound()
+{
+    QFETCH(QString, name);
+    TestDatabase &db = m_fx->customer();
+    const QList<QVariantMap> before = db.rows(QStringLiteral("SELECT name, value FROM vars ORDER BY name"));
+    ZmtDbSettings settings(db.db());
+    LogCapture log;
+    // Name and value both bound: stored as they stand, one row, the licence rows untouched.
+    QVERIFY(settings.variableSet(name, name));
+    QVERIFY(settings.variableSet(QMap<QString, QVariant>{{name, QStringLiteral("again")}}));
+    QCOMPARE(log.lines(QtCriticalMsg), QStringList());
+    QList<QVariantMap> after = db.rows(QStringLiteral("SELECT name, value FROM vars ORDER BY name"));
+    QCOMPARE(after.size(), before.size() + 1);
+    QVERIFY(after.removeOne(QVariantMap{{QStringLiteral("name"), name}, {QStringLiteral("value"), QStringLiteral("again")}}));
+    QCOMPARE(after, before);
+    QVERIFY(db.exec(QStringLiteral("DELETE FROM vars WHERE value = 'again'")));
 }
 
 QTEST_GUILESS_MAIN(TestInjection)
