@@ -6,6 +6,7 @@
 #include "serverresponses.h"
 #include "workerpool.h"
 
+#include "database/dbmanager.h"
 #include "plugin/httppluginworker.h"
 
 #include <QStringList>
@@ -173,7 +174,11 @@ void HttpSession<Stream>::dispatchToPlugin(const Request &request)
     const QString method = text(request.method_string());
     const QUrl url = QUrl::fromEncoded(m_server.baseUrl() + QByteArray(request.target().data(), int(request.target().size())));
     const QByteArray body(request.body().data(), int(request.body().size()));
-    m_server.pool().submit(WorkerPool::customerToken(lines),
+    const QString token = WorkerPool::customerToken(lines);
+    // A token the InfoDB could read as SQL never reaches a worker.
+    if (!DBManager::isValidToken(token))
+        return answer(QByteArray::fromStdString(ServerResponses::invalidToken()), keepAlive);
+    m_server.pool().submit(token,
                            [self = this->shared_from_this(), method, url, lines, body, keepAlive](HttpPluginWorker *worker) {
         QByteArray response = worker->buildResponse(method, url, lines, body);
         net::post(self->m_stream.get_executor(), [self, response = std::move(response), keepAlive]() mutable {

@@ -1,5 +1,9 @@
 #include "serverresponses.h"
 
+#include <QDateTime>
+#include <QJsonDocument>
+#include <QJsonObject>
+
 #include <boost/beast/http.hpp>
 
 #include <sstream>
@@ -59,4 +63,18 @@ std::string ServerResponses::headersTooLarge()
 std::string ServerResponses::tooManyRequests(int retryAfter, bool keepAlive)
 {
     return make(http::status::too_many_requests, "too many failed authentications; retry later", keepAlive, retryAfter);
+}
+
+std::string ServerResponses::invalidToken()
+{
+    // The token is not repeated: it is someone else's bytes, possibly crafted.
+    const QByteArray json = QJsonDocument(QJsonObject{{QStringLiteral("code"), 100102},
+                                                      {QStringLiteral("message"), QStringLiteral("Invalid ID 'token'!")}})
+                                .toJson(QJsonDocument::Indented);
+    const QByteArray head = QStringLiteral("HTTP/1.1 400 Bad Request\r\nContent-Type: application/json; "
+                                           "charset=\"utf-8\"\r\nContent-Length: %1\r\nX-WEBAPI-TMS: %2\r\n\r\n")
+                                .arg(json.size())
+                                .arg(QDateTime::currentSecsSinceEpoch())
+                                .toLatin1();
+    return (head + json).toStdString();
 }

@@ -15,6 +15,9 @@ std::string payloadTooLarge();
 std::string headersTooLarge();
 // An address over the limit of failed authentications; Retry-After in seconds.
 std::string tooManyRequests(int retryAfter, bool keepAlive);
+// A customer token outside the safe characters, refused before dispatch: in the plug-in's
+// own error form (the code of an invalid ID), so clients parse it like any other error.
+std::string invalidToken();
 
 } // namespace ServerResponses
 
