@@ -17,14 +17,6 @@
 
 namespace {
 
-QList<QByteArray> bytes(const QStringList &lines)
-{
-    QList<QByteArray> out;
-    for (const QString &line : lines)
-        out.append(line.toUtf8());
-    return out;
-}
-
 // With the time of the event, as terminals send it: a repeat is known by it.
 QByteArray entranceBody(const QString &person, uint refId)
 {
@@ -91,7 +83,7 @@ bool TestFaults::startDatabase()
 
 HttpReply TestFaults::post(HttpConnection &connection, uint refId)
 {
-    return HttpReply::parse(connection.request("POST", "/webapi/entrance", bytes(m_fx->terminalHeaders(m_tid)),
+    return HttpReply::parse(connection.request("POST", "/webapi/entrance", headerBytes(m_fx->terminalHeaders(m_tid)),
                                                entranceBody(m_person, refId)));
 }
 
@@ -143,8 +135,8 @@ void TestFaults::outageUnderLoad()
         clients.emplace_back([&, c] {
             QScopedPointer<HttpConnection> connection(new HttpConnection(m_host->port()));
             for (uint i = 0; !stop; ++i) {
-                const QByteArray raw = i % 2 ? connection->request("GET", "/webapi/people", bytes(m_fx->terminalHeaders(m_tid)))
-                                             : connection->request("POST", "/webapi/entrance", bytes(m_fx->terminalHeaders(m_tid)),
+                const QByteArray raw = i % 2 ? connection->request("GET", "/webapi/people", headerBytes(m_fx->terminalHeaders(m_tid)))
+                                             : connection->request("POST", "/webapi/entrance", headerBytes(m_fx->terminalHeaders(m_tid)),
                                                                    entranceBody(m_person, uint(c + 1) * 100000 + i));
                 const HttpReply reply = HttpReply::parse(raw);
                 const bool whole = reply.valid && reply.header("Content-Length").toInt() == reply.body.size();
@@ -186,7 +178,7 @@ void TestFaults::outageUnderLoad()
     HttpConnection connection(m_host->port());
     for (uint i = 0; i < 20; ++i) {
         QCOMPARE(post(connection, 900000 + i).status, 201);
-        QCOMPARE(HttpReply::parse(connection.request("GET", "/webapi/people", bytes(m_fx->terminalHeaders(m_tid)))).status, 200);
+        QCOMPARE(HttpReply::parse(connection.request("GET", "/webapi/people", headerBytes(m_fx->terminalHeaders(m_tid)))).status, 200);
     }
     QCOMPARE(m_fx->customer().scalar(QStringLiteral("SELECT COUNT(*) - COUNT(DISTINCT refId) FROM inters_data")).toInt(), 0);
     const QByteArray log = m_host->log();

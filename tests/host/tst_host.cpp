@@ -15,14 +15,6 @@
 
 namespace {
 
-QList<QByteArray> bytes(const QStringList &lines)
-{
-    QList<QByteArray> out;
-    for (const QString &line : lines)
-        out.append(line.toUtf8());
-    return out;
-}
-
 // With the event's time, as terminals send it: without one a repeat posted in a later second
 // is a new event, and what this suite counts would depend on the clock.
 QByteArray entranceBody(const QString &person, uint refId, bool photo = false)
@@ -150,13 +142,13 @@ void TestHost::pluginBytesUnchanged()
     QFETCH(QStringList, headers);
     QFETCH(QString, expectedFile);
     HttpConnection connection(m_host.port());
-    COMPARE_EXPECTED(maskTms(connection.request("GET", "/webapi/info", bytes(headers))), expectedFile);
+    COMPARE_EXPECTED(maskTms(connection.request("GET", "/webapi/info", headerBytes(headers))), expectedFile);
 }
 
 void TestHost::keepAliveAndPipelining()
 {
     HttpConnection connection(m_host.port());
-    const QList<QByteArray> headers = bytes(m_a->terminalHeaders());
+    const QList<QByteArray> headers = headerBytes(m_a->terminalHeaders());
     QCOMPARE(HttpReply::parse(connection.request("GET", "/webapi/info", headers)).status, 200);
     QCOMPARE(HttpReply::parse(connection.request("GET", "/healthz", {})).status, 200);
     QCOMPARE(HttpReply::parse(connection.request("GET", "/elsewhere", {})).status, 404);
@@ -220,7 +212,7 @@ void TestHost::slowClientTimedOut()
 void TestHost::accessLogHidesCredentials()
 {
     HttpConnection connection(m_host.port());
-    QList<QByteArray> headers = bytes(m_a->adminHeaders(QStringLiteral("api-token-secret-in-log")));
+    QList<QByteArray> headers = headerBytes(m_a->adminHeaders(QStringLiteral("api-token-secret-in-log")));
     connection.request("GET", "/webapi/info?q=1", headers);
     QVERIFY(m_host.waitForLog("127.0.0.1 \"GET /webapi/info\" 200 "));
     QVERIFY(!m_host.log().contains("api-token-secret-in-log"));
@@ -231,7 +223,7 @@ void TestHost::adminRequest()
 {
     HttpConnection connection(m_host.port());
     const HttpReply reply = HttpReply::parse(
-        connection.request("GET", "/webapi/report/daily/0", bytes(m_a->adminHeaders(QStringLiteral("api-token-boss")))));
+        connection.request("GET", "/webapi/report/daily/0", headerBytes(m_a->adminHeaders(QStringLiteral("api-token-boss")))));
     QVERIFY(reply.valid);
     QVERIFY(!reply.header("X-WEBAPI-TMS").isEmpty());
     if (reply.errorCode() == Response::RE_NoAdmin)
@@ -244,7 +236,7 @@ bool TestHost::entranceServed(QString *why)
 {
     HttpConnection connection(m_host.port());
     const HttpReply reply = HttpReply::parse(connection.request(
-        "POST", "/webapi/entrance", bytes(m_a->terminalHeaders(m_customerA.tid)), entranceBody(m_customerA.person, 999999)));
+        "POST", "/webapi/entrance", headerBytes(m_a->terminalHeaders(m_customerA.tid)), entranceBody(m_customerA.person, 999999)));
     if (reply.status == 201 || reply.status == 208)
         return true;
     *why = QStringLiteral("the terminal endpoint POST entrance is not on main yet (answers %1, code %2)")
@@ -282,7 +274,7 @@ void TestHost::webhookGetsRecordCreated()
              host.log().constData());
     HttpConnection connection(host.port());
     const HttpReply reply = HttpReply::parse(connection.request(
-        "POST", "/webapi/entrance", bytes(m_a->terminalHeaders(m_customerA.tid)), entranceBody(m_customerA.person, 4242, true)));
+        "POST", "/webapi/entrance", headerBytes(m_a->terminalHeaders(m_customerA.tid)), entranceBody(m_customerA.person, 4242, true)));
     QCOMPARE(reply.status, 201);
     QTRY_COMPARE_WITH_TIMEOUT(attempts, 2, 10000);
     const QJsonObject event = QJsonDocument::fromJson(received.mid(received.indexOf("\r\n\r\n") + 4)).object();
@@ -309,8 +301,8 @@ void TestHost::concurrentCustomers()
         const Customer customer = c % 2 ? m_customerB : m_customerA;
         threads.emplace_back([&, c, customer] {
             HttpConnection connection(m_host.port());
-            const QList<QByteArray> terminal = bytes(customer.fx->terminalHeaders(customer.tid));
-            const QList<QByteArray> admin = bytes(customer.fx->adminHeaders(QStringLiteral("api-token-boss")));
+            const QList<QByteArray> terminal = headerBytes(customer.fx->terminalHeaders(customer.tid));
+            const QList<QByteArray> admin = headerBytes(customer.fx->adminHeaders(QStringLiteral("api-token-boss")));
             for (int i = 0; i < perClient; ++i) {
                 QByteArray raw;
                 switch (i % 5) {
@@ -360,7 +352,7 @@ void TestHost::sigtermAnswersRequestInFlight()
     // The licence rows are read on every request: holding their table holds the request.
     QVERIFY(m_a->customer().exec(QStringLiteral("LOCK TABLES vars WRITE")));
     HttpConnection connection(host.port());
-    QVERIFY(connection.send(HttpConnection::format("GET", "/webapi/info", bytes(m_a->terminalHeaders()))));
+    QVERIFY(connection.send(HttpConnection::format("GET", "/webapi/info", headerBytes(m_a->terminalHeaders()))));
     QTest::qWait(300);
     host.terminate();
     QVERIFY(host.waitForLog("signal 15"));

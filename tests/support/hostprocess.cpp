@@ -159,3 +159,11 @@ bool HttpConnection::waitForClose(int timeoutMs)
     }
     return true;
 }
+
+QList<QByteArray> headerBytes(const QStringList &lines)
+{
+    QList<QByteArray> out;
+    for (const QString &line : lines)
+        out.append(line.toUtf8());
+    return out;
+}

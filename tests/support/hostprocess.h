@@ -8,6 +8,7 @@
 #include <QMap>
 #include <QProcess>
 #include <QScopedPointer>
+#include <QStringList>
 #include <QTcpSocket>
 #include <QTemporaryFile>
 
@@ -63,5 +64,8 @@ private:
     QScopedPointer<QTcpSocket> m_socket;
     QByteArray m_pending;
 };
+
+// Header lines as a test writes them (e.g. ApiFixture::terminalHeaders), as bytes for the wire.
+QList<QByteArray> headerBytes(const QStringList &lines);
 
 #endif
