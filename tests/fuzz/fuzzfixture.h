@@ -28,7 +28,7 @@ public:
 private:
     FuzzFixture();
 
-    ApiFixture *m_api = nullptr;  // lives until exit: libFuzzer ends with exit()
+    ApiFixture *m_api = nullptr;  // deleted at exit
     QString m_tid;
     QString m_person;
 };
