@@ -121,61 +121,46 @@ quint32 DBManager::tokensCount(bool active)
 QStringList DBManager::loadTokens(quint32 limit, quint32 offset)
 {
     QMutexLocker lock(&m_mutex);
-    QStringList tokens;
     if (m_debugLevel >= 1)
         qDebug("DBManager::loadTokens(limit: %u, offset: %u)", limit, offset);
-    if (!openDatabase(m_infoDB))
-        return tokens;
-    QSqlQuery query(m_infoDB);
-    if (query.exec(QStringLiteral("SELECT token FROM `schemas` WHERE status = 1 ORDER BY token, sid LIMIT %1, %2;")
-                       .arg(offset).arg(limit))) {
-        while (query.next())
-            tokens.append(query.value(0).toString());
-    } else {
-        qCritical() << "DBManager::loadTokens NOT load schemas from infoDB!\nERROR:" << query.lastError().text();
-    }
-    if (m_autoClose)
-        m_infoDB.close();
-    return tokens;
+    return queryTokens(QStringLiteral("SELECT token FROM `schemas` WHERE status = 1 ORDER BY token, sid LIMIT %1, %2;")
+                           .arg(offset)
+                           .arg(limit),
+                       "DBManager::loadTokens NOT load schemas from infoDB!\nERROR:");
 }
 
 QStringList DBManager::loadTokens4Maintenance(quint16 limit)
 {
     QMutexLocker lock(&m_mutex);
-    QStringList tokens;
     if (m_debugLevel >= 1)
         qDebug() << "DBManager::loadTokens4Maintenance(" << limit << ")";
-    if (!openDatabase(m_infoDB))
-        return tokens;
-    QSqlQuery query(m_infoDB);
-    if (query.exec(QStringLiteral("SELECT token FROM `schemas` WHERE status = 1 AND (maintenance IS NULL OR "
-                                  "maintenance + 900 < UNIX_TIMESTAMP()) ORDER BY maintenance, sid LIMIT %1;")
-                       .arg(limit))) {
-        while (query.next())
-            tokens.append(query.value(0).toString());
-    } else {
-        qCritical() << "DBManager:: NOT load schemas for maintenance from infoDB!\nERROR:" << query.lastError().text();
-    }
-    if (m_autoClose)
-        m_infoDB.close();
-    return tokens;
+    return queryTokens(QStringLiteral("SELECT token FROM `schemas` WHERE status = 1 AND (maintenance IS NULL OR "
+                                      "maintenance + 900 < UNIX_TIMESTAMP()) ORDER BY maintenance, sid LIMIT %1;")
+                           .arg(limit),
+                       "DBManager:: NOT load schemas for maintenance from infoDB!\nERROR:");
 }
 
 QStringList DBManager::loadTokens4Recalculate(quint16 limit)
 {
     QMutexLocker lock(&m_mutex);
-    QStringList tokens;
     if (m_debugLevel >= 1)
         qDebug() << "DBManager::loadTokens4Recalculate(" << limit << ")";
+    return queryTokens(QStringLiteral("SELECT token FROM `schemas` WHERE status = 1 ORDER BY recalc, sid LIMIT %1;")
+                           .arg(limit),
+                       "DBManager:: NOT load schemas for recalculate from infoDB!\nERROR:");
+}
+
+QStringList DBManager::queryTokens(const QString &sql, const char *failureMessage)
+{
+    QStringList tokens;
     if (!openDatabase(m_infoDB))
         return tokens;
     QSqlQuery query(m_infoDB);
-    if (query.exec(QStringLiteral("SELECT token FROM `schemas` WHERE status = 1 ORDER BY recalc, sid LIMIT %1;")
-                       .arg(limit))) {
+    if (query.exec(sql)) {
         while (query.next())
             tokens.append(query.value(0).toString());
     } else {
-        qCritical() << "DBManager:: NOT load schemas for recalculate from infoDB!\nERROR:" << query.lastError().text();
+        qCritical() << failureMessage << query.lastError().text();
     }
     if (m_autoClose)
         m_infoDB.close();

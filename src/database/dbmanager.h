@@ -63,6 +63,8 @@ public:
 
 private:
     bool isMasterConnection(const QString &name) const;
+    // The one shape of the token lists: open the InfoDB, column 0 of each row, close.
+    QStringList queryTokens(const QString &sql, const char *failureMessage);
 
     quint8 m_debugLevel = 0;
     QHash<QString, DbScheme> m_schemes;

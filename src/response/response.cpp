@@ -119,8 +119,11 @@ void Response::setError(uint code)
 void Response::setError(uint code, const QString &arg)
 {
     // Clients outside development never read the database's own error texts.
-    const QString message = (code == RE_SQLError && !m_header.develEnv) ? QStringLiteral("Database error")
-                                                                         : errorMessage(code).arg(arg);
+    QString message = errorMessage(code);
+    if (code == RE_SQLError && !m_header.develEnv)
+        message = QStringLiteral("Database error");
+    else if (message.contains(QLatin1Char('%')))  // a template without a marker stays as it is
+        message = message.arg(arg);
     setErrorBody(message, code, httpStatusForError(code));
 }
 

@@ -185,8 +185,13 @@ bool WebApiWorker::initDatabase()
     } else if (m_header.token.isEmpty()) {
         qWarning("WebApiWorker: Database manager NOT initialized!");
     }
-    if (m_db.isValid() && !m_db.isOpen())
+    if (m_db.isValid() && !m_db.isOpen()) {
         m_dbOpened = m_db.open();
+        // The driver settles on 3-byte utf8 with the MariaDB client library; names with
+        // characters beyond the BMP need the full set. Once per connection, not per request.
+        if (m_dbOpened)
+            QSqlQuery(QStringLiteral("SET NAMES utf8mb4"), m_db);
+    }
     if (m_db.lastError().isValid())
         qCritical() << "WebApiWorker::initDatabase() - SQL ERROR:" << m_db.lastError().text();
     return m_dbManager && m_db.isValid() && m_db.isOpen();

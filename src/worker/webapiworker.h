@@ -13,6 +13,7 @@
 class QSqlQuery;
 class QSqlRecord;
 class Response;
+struct SyncSection;
 
 // Does the plug-in's work: one request in, one complete HTTP response out. The spine
 // (parsing, context, database, licence, routing) lives in webapiworker.cpp; the terminal
@@ -120,6 +121,8 @@ protected:
     // The one shape of a failed statement in the terminal context: RE_SQLError with the
     // driver's text, and the operation's critical line with the last query.
     void reportSqlError(const QSqlQuery &query, const char *logLine);
+    // The shared body of the keyed feed sections (sync.cpp).
+    QVariantMap dbGetSyncSection(const SyncSection &section, uint tid, bool force);
 
     // The terminal test of the verb handlers: `text` decodes and names a live terminal, whose
     // number lands in `tid`. `between` runs after decoding, before the row check; false ends it.

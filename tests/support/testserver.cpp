@@ -46,7 +46,9 @@ QSqlDatabase TestServer::connect(const QString &connectionName, const QString &d
     db.setUserName(user());
     db.setPassword(password());
     db.setDatabaseName(database);
-    db.open();
+    // As the worker does: the driver would settle on 3-byte utf8.
+    if (db.open())
+        QSqlQuery(QStringLiteral("SET NAMES utf8mb4"), db);
     return db;
 }
 
