@@ -1,5 +1,9 @@
 #include "serverresponses.h"
 
+#include <QDateTime>
+#include <QJsonDocument>
+#include <QJsonObject>
+
 #include <boost/beast/http.hpp>
 
 #include <sstream>
@@ -52,4 +56,18 @@ std::string ServerResponses::payloadTooLarge()
 std::string ServerResponses::headersTooLarge()
 {
     return make(http::status::request_header_fields_too_large, "request header too large", false);
+}
+
+std::string ServerResponses::invalidToken()
+{
+    // The token is not repeated: it is someone else's bytes, possibly crafted.
+    const QByteArray json = QJsonDocument(QJsonObject{{QStringLiteral("code"), 100102},
+                                                      {QStringLiteral("message"), QStringLiteral("Invalid ID 'token'!")}})
+                                .toJson(QJsonDocument::Indented);
+    const QByteArray head = QStringLiteral("HTTP/1.1 400 Bad Request\r\nContent-Type: application/json; "
+                                           "charset=\"utf-8\"\r\nContent-Length: %1\r\nX-WEBAPI-TMS: %2\r\n\r\n")
+                                .arg(json.size())
+                                .arg(QDateTime::currentSecsSinceEpoch())
+                                .toLatin1();
+    return (head + json).toStdString();
 }

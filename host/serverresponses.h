@@ -13,6 +13,9 @@ std::string badRequest();
 std::string requestTimeout();
 std::string payloadTooLarge();
 std::string headersTooLarge();
+// A customer token outside the safe characters, refused before dispatch: in the plug-in's
+// own error form (the code of an invalid ID), so clients parse it like any other error.
+std::string invalidToken();
 
 } // namespace ServerResponses
 

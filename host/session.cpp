@@ -5,6 +5,7 @@
 #include "serverresponses.h"
 #include "workerpool.h"
 
+#include "database/dbmanager.h"
 #include "plugin/httppluginworker.h"
 
 #include <QStringList>
@@ -144,7 +145,11 @@ void Session::dispatchToPlugin(const Request &request)
     const QUrl url = QUrl::fromEncoded(m_server.baseUrl() + QByteArray(request.target().data(), int(request.target().size())));
     const QByteArray body(request.body().data(), int(request.body().size()));
     const bool keepAlive = request.keep_alive();
-    m_server.pool().submit(WorkerPool::customerToken(lines),
+    const QString token = WorkerPool::customerToken(lines);
+    // A token the InfoDB could read as SQL never reaches a worker.
+    if (!DBManager::isValidToken(token))
+        return answer(QByteArray::fromStdString(ServerResponses::invalidToken()), keepAlive);
+    m_server.pool().submit(token,
                            [self = shared_from_this(), method, url, lines, body, keepAlive](HttpPluginWorker *worker) {
         QByteArray response = worker->buildResponse(method, url, lines, body);
         net::post(self->m_stream.get_executor(), [self, response = std::move(response), keepAlive]() mutable {

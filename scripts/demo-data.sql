@@ -1,15 +1,13 @@
--- Demo data for one customer database (loaded after database/schema/customer.sql).
--- Two terminals, fifty people in four groups, reason codes, two administrators, and the
+-- Demo data for one customer database, loaded on top of what scripts/add-customer made
+-- (schema, licence rows, the terminal key and administrator 1). Two terminals, fifty people
+-- in four groups, reason codes, a second administrator and a second client key, and the
 -- computed attendance of the last two months, dated relative to the day of loading.
--- The licence rows hold the SHA-256 digests of the demo keys that scripts/run prints.
+-- The key row holds the SHA-256 digest of the demo key that scripts/run prints.
 
 SET NAMES utf8mb4;
 
 INSERT INTO vars (name, value) VALUES
-    ('webapi.enabled', '1'),
-    ('webapi.key.terminals', SHA2('demo-terminal-key', 256)),
-    ('webapi.key.admintool', SHA2('demo-admin-tool-key', 256)),
-    ('webapi.devices', '1000-1999');
+    ('webapi.key.admintool', SHA2('demo-admin-tool-key', 256));
 
 INSERT INTO regions (rid, name) VALUES (1, 'Praha'), (2, 'Ostrava');
 INSERT INTO mastergroups (mgId, name) VALUES (1, 'Výroba'), (2, 'Správa');
@@ -48,9 +46,9 @@ SELECT s.seq, 1000 + s.seq, CONCAT('PAM-', LPAD(s.seq, 4, '0')), 1 + s.seq % 3, 
 FROM seq_1_to_50 s;
 INSERT INTO people_term (uid, tid, grp) SELECT p.uid, t.tid, p.gid FROM people p CROSS JOIN term t;
 
--- Two administrators: one sees everybody, one only the production groups.
+-- Two administrators: 1 (made by scripts/add-customer) sees everybody, 2 only the
+-- production groups.
 INSERT INTO admins (aid, login, apiToken, status, perms, del) VALUES
-    (1, 'vedouci', 'demo-admin-api-token', 1, 2, 0),
     (2, 'mistr.vyroby', 'demo-foreman-api-token', 1, 2, 0);
 INSERT INTO admins_people (aid, uid) SELECT 1, uid FROM people;
 INSERT INTO admins_people (aid, uid) SELECT 2, uid FROM people WHERE gid IN (1, 2);

@@ -171,7 +171,7 @@ QString DBManager::loadTokenByName(const QString &name)
 {
     QMutexLocker lock(&m_mutex);
     QString token;
-    if (!openDatabase(m_infoDB))
+    if (!acceptToken(name, "loadTokenByName") || !openDatabase(m_infoDB))
         return token;
     QSqlQuery query(m_infoDB);
     if (query.exec(QStringLiteral("SELECT token FROM `schemas` WHERE status = 1 AND name = '%1' LIMIT 1;").arg(name))) {
@@ -188,6 +188,9 @@ QString DBManager::loadTokenByName(const QString &name)
 bool DBManager::setMaintenance(const QString &token)
 {
     QMutexLocker lock(&m_mutex);
+    // Refused before the throttle, so junk tokens never fill the stamp table.
+    if (!acceptToken(token, "setMaintenance"))
+        return false;
     const qint64 stamp = m_maintenanceStamps.value(token, 0);
     if (!(QDateTime::currentMSecsSinceEpoch() > stamp + 1000))
         return true;
@@ -211,7 +214,7 @@ bool DBManager::setMaintenance(const QString &token)
 bool DBManager::setRecalc(const QString &token)
 {
     QMutexLocker lock(&m_mutex);
-    if (!openDatabase(m_infoDB))
+    if (!acceptToken(token, "setRecalc") || !openDatabase(m_infoDB))
         return false;
     bool done = false;
     QSqlQuery query(m_infoDB);
@@ -356,7 +359,7 @@ bool DBManager::openDatabase(QSqlDatabase &db)
 DbScheme DBManager::loadScheme(const QString &token)
 {
     DbScheme scheme;
-    if (!openDatabase(m_infoDB))
+    if (!acceptToken(token, "loadScheme") || !openDatabase(m_infoDB))
         return scheme;
     QSqlQuery query(m_infoDB);
     if (!query.exec(QStringLiteral("SELECT * FROM `schemas` WHERE status = 1 AND token = '%1' LIMIT 1;").arg(token)))
@@ -380,6 +383,26 @@ bool DBManager::isConnectionOpen(const QString &name)
 {
     const QSqlDatabase db = QSqlDatabase::database(name, false);
     return db.isValid() && db.isOpen();
+}
+
+bool DBManager::isValidToken(const QString &token)
+{
+    for (const QChar c : token) {
+        const ushort u = c.unicode();
+        if (!((u >= 'a' && u <= 'z') || (u >= 'A' && u <= 'Z') || (u >= '0' && u <= '9') || u == '.' || u == '_'
+              || u == '-'))
+            return false;
+    }
+    return true;
+}
+
+bool DBManager::acceptToken(const QString &token, const char *operation)
+{
+    if (isValidToken(token))
+        return true;
+    // Such a token is someone probing the InfoDB; quoting it would put their bytes in the log.
+    qWarning("DBManager::%s() refused a value with characters other than letters, digits and \"._-\"", operation);
+    return false;
 }
 
 bool DBManager::isMasterConnection(const QString &name) const

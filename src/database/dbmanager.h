@@ -50,6 +50,10 @@ public:
     bool hasConnection(const QString &token);
     bool isManagedConnection(const QString &token);
 
+    // Whether a token (or schema name) may stand inside the InfoDB statements: ASCII letters,
+    // digits and "._-" only; empty passes. Anything else is an unknown token, before any SQL.
+    static bool isValidToken(const QString &token);
+
     QSqlDatabase getDatabase(const QString &token);
     void addUnusedConnection(const QString &name);
     void setUnusedConnectionsEnabled(bool enabled);
@@ -63,6 +67,8 @@ public:
 
 private:
     bool isMasterConnection(const QString &name) const;
+    // isValidToken with the warning of a refusal; the text never repeats the token.
+    static bool acceptToken(const QString &token, const char *operation);
     // The one shape of the token lists: open the InfoDB, column 0 of each row, close.
     QStringList queryTokens(const QString &sql, const char *failureMessage);
 

@@ -139,19 +139,17 @@ uint WebApiWorker::dbInsertPerson(uint tid, const QVariantMap &data)
         return 0;
     }
     uint uid = query.next() ? query.value(0).toUInt() : 0;
-    if (uid != 0) {
-        // The person's other terminals learn of the change; a failed mark does not stop it.
-        dbSetOtherTermsPeopleSync(tid, uid, 'U');
-    } else if (!values.contains(QStringLiteral("begin"))) {
+    if (uid == 0 && !values.contains(QStringLiteral("begin")))
         values.insert(QStringLiteral("begin"), uint(QDateTime(QDate::currentDate(), QTime(0, 0)).toSecsSinceEpoch()));
-    }
 
+    // Built before the marks below, so a refused value leaves nothing written.
     QStringList assignments;
     QStringList duplicates;
-    for (auto it = values.cbegin(); it != values.cend(); ++it) {
-        assignments << QStringLiteral("%1=\"%2\"").arg(it.key(), it.value().toString());
-        duplicates << QStringLiteral("%1=VALUES(%1)").arg(it.key());
-    }
+    if (!inlineAssignments(values, "WebApiWorker::dbInsertPerson() SQl ERROR:", assignments, &duplicates))
+        return 0;
+    // The person's other terminals learn of the change; a failed mark does not stop it.
+    if (uid != 0)
+        dbSetOtherTermsPeopleSync(tid, uid, 'U');
     const QString separator = QStringLiteral(", ");
     const QString sql = uid != 0
         ? QStringLiteral("UPDATE people SET %1 WHERE uid = %2").arg(assignments.join(separator), QString::number(uid))
@@ -204,8 +202,8 @@ bool WebApiWorker::dbUpdatePerson(uint tid, uint uid, const QVariantMap &data)
     }
 
     QStringList assignments;
-    for (auto it = values.cbegin(); it != values.cend(); ++it)
-        assignments << QStringLiteral("%1=\"%2\"").arg(it.key()).arg(it.value().toString());
+    if (!inlineAssignments(values, "WebApiWorker::dbUpdatePerson() SQl ERROR:", assignments))
+        return false;
     QSqlQuery query(m_db);
     if (!query.exec(QStringLiteral("UPDATE people SET %1 WHERE uid = %2")
                         .arg(assignments.join(QStringLiteral(", ")), QString::number(uid)))) {

@@ -86,15 +86,10 @@ uint WebApiWorker::dbInsertTerm(const QVariantMap &data)
     if (m_debugLevel >= 2)
         qDebug() << "WebApiWorker::dbInsertTerm() data:" << compactJson(values);
 
-    // Values stand inline, unescaped; one that begins with ':' stays a placeholder.
     QStringList assignments;
     QStringList duplicates;
-    for (auto it = values.cbegin(); it != values.cend(); ++it) {
-        const QString value = it.value().toString();
-        assignments << (value.startsWith(QLatin1Char(':')) ? QStringLiteral("%1=%2") : QStringLiteral("%1=\"%2\""))
-                           .arg(it.key(), value);
-        duplicates << QStringLiteral("%1=VALUES(%1)").arg(it.key());
-    }
+    if (!inlineAssignments(values, "WebApiWorker::dbInsertTerm() SQl ERROR:", assignments, &duplicates, true))
+        return 0;
 
     QSqlQuery query(m_db);
     if (!query.exec(QStringLiteral("SELECT tid FROM term WHERE vorixID = %1 ORDER BY tid DESC LIMIT 1").arg(vid))) {
@@ -180,8 +175,8 @@ bool WebApiWorker::dbUpdateTerm(uint tid, const QVariantMap &data)
     values.insert(QStringLiteral("online"), QDateTime::currentSecsSinceEpoch());
 
     QStringList assignments;
-    for (auto it = values.cbegin(); it != values.cend(); ++it)
-        assignments << QStringLiteral("%1=\"%2\"").arg(it.key()).arg(it.value().toString());
+    if (!inlineAssignments(values, "WebApiWorker::dbUpdateTerm() SQl ERROR:", assignments))
+        return false;
     QSqlQuery query(m_db);
     if (!query.exec(QStringLiteral("UPDATE term SET %1 WHERE tid = %2")
                         .arg(assignments.join(QStringLiteral(", ")), QString::number(tid)))) {

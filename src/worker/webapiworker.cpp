@@ -268,7 +268,35 @@ QVariant WebApiWorker::terminalInfo() const
 
 void WebApiWorker::reportSqlError(const QSqlQuery &query, const char *logLine)
 {
-    const QString error = query.lastError().text();
+    reportSqlError(query.lastError().text(), query.lastQuery(), logLine);
+}
+
+void WebApiWorker::reportSqlError(const QString &error, const QString &sql, const char *logLine)
+{
     m_response->setError(Response::RE_SQLError, error);
-    qCritical() << logLine << error << "\nSQL:" << query.lastQuery();
+    qCritical() << logLine << error << "\nSQL:" << sql;
+}
+
+bool WebApiWorker::inlineAssignments(const QVariantMap &values, const char *failureLine, QStringList &assignments,
+                                     QStringList *duplicates, bool namePlaceholder)
+{
+    for (auto it = values.cbegin(); it != values.cend(); ++it) {
+        const QString value = it.value().toString();
+        const bool placeholder =
+            namePlaceholder && value == QLatin1String(":name") && it.key() == QLatin1String("name");
+        // Values stand unescaped inside double quotes: a quote or a backslash would end them
+        // early, and a leading colon could turn into a placeholder.
+        if (!placeholder
+            && (value.startsWith(QLatin1Char(':')) || value.contains(QLatin1Char('"'))
+                || value.contains(QLatin1Char('\\')))) {
+            reportSqlError(QStringLiteral("Value of '%1' refused: a double quote, a backslash or a leading colon")
+                               .arg(it.key()),
+                           QString(), failureLine);
+            return false;
+        }
+        assignments << (placeholder ? QStringLiteral("%1=%2") : QStringLiteral("%1=\"%2\"")).arg(it.key(), value);
+        if (duplicates)
+            *duplicates << QStringLiteral("%1=VALUES(%1)").arg(it.key());
+    }
+    return true;
 }

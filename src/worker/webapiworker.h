@@ -121,6 +121,12 @@ protected:
     // The one shape of a failed statement in the terminal context: RE_SQLError with the
     // driver's text, and the operation's critical line with the last query.
     void reportSqlError(const QSqlQuery &query, const char *logLine);
+    void reportSqlError(const QString &error, const QString &sql, const char *logLine);
+    // The "key=\"value\"" lists of the statements that inline values unescaped, in key order.
+    // A value holding '"' or '\\', or beginning with ':', fails as a failed statement does,
+    // before anything is written; only registration (`namePlaceholder`) keeps name=:name.
+    bool inlineAssignments(const QVariantMap &values, const char *failureLine, QStringList &assignments,
+                           QStringList *duplicates = nullptr, bool namePlaceholder = false);
     // The shared body of the keyed feed sections (sync.cpp).
     QVariantMap dbGetSyncSection(const SyncSection &section, uint tid, bool force);
 
