@@ -1,7 +1,7 @@
 #include "fuzzfixture.h"
 
 #include "support/apifixture.h"
-#include "worker/webapiworker.h"
+#include "support/hostprocess.h"
 
 #include <QCoreApplication>
 #include <QUrl>
@@ -43,14 +43,8 @@ FuzzFixture::FuzzFixture()
     // libFuzzer ends with exit(): the scratch databases are dropped then. Registered after
     // Qt's SQL globals exist, so it runs before they are destroyed.
     std::atexit([] { delete g_api; });
-    TestDatabase &db = m_api->customer();
     m_tid = m_api->addTerminal(1001);
-    db.exec(QStringLiteral("INSERT INTO inters (iid, name, shortcut, present, work) VALUES (1, 'Příchod', 'P', 1, 1)"));
-    db.exec(QStringLiteral("INSERT INTO people (pid, name, surname, status) VALUES (501, 'Šárka', 'Dvořáková', 1)"));
-    const uint uid = db.scalar(QStringLiteral("SELECT uid FROM people WHERE pid = 501")).toUInt();
-    m_person = WebApiWorker::encodeId(uid, 501);
-    db.exec(QStringLiteral("INSERT INTO admins (login, apiToken, status, perms) VALUES ('boss', 'api-token-boss', 1, 2)"));
-    db.exec(QStringLiteral("INSERT INTO admins_people (aid, uid) SELECT aid, %1 FROM admins").arg(uid));
+    m_person = addPerson(*m_api);
 }
 
 QByteArray FuzzFixture::substitute(QByteArray raw) const

@@ -1,8 +1,11 @@
 #include "support/hostprocess.h"
 
-#include "support/testserver.h"
+#include "support/apifixture.h"
+#include "worker/webapiworker.h"
 
 #include <QDeadlineTimer>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcessEnvironment>
 #include <QRegularExpression>
 
@@ -10,7 +13,6 @@
 
 HostProcess::HostProcess()
 {
-    m_process.setProcessChannelMode(QProcess::SeparateChannels);
     if (m_logFile.open())
         m_process.setStandardErrorFile(m_logFile.fileName());
 }
@@ -30,16 +32,17 @@ QString HostProcess::binary()
 
 bool HostProcess::start(const QString &infoDb, const QMap<QString, QString> &settings)
 {
+    QMap<QString, QString> all{{QStringLiteral("WEBAPI_LISTEN_ADDRESS"), QStringLiteral("127.0.0.1")},
+                               {QStringLiteral("WEBAPI_LISTEN_PORT"), QStringLiteral("0")},
+                               {QStringLiteral("WEBAPI_THREADS"), QStringLiteral("4")},
+                               {QStringLiteral("WEBAPI_INFODB_HOST"), TestServer::host()},
+                               {QStringLiteral("WEBAPI_INFODB_PORT"), QString::number(TestServer::port())},
+                               {QStringLiteral("WEBAPI_INFODB_NAME"), infoDb},
+                               {QStringLiteral("WEBAPI_INFODB_USER"), TestServer::user()},
+                               {QStringLiteral("WEBAPI_INFODB_PASSWORD"), TestServer::password()}};
+    all.insert(settings);
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("WEBAPI_LISTEN_ADDRESS"), QStringLiteral("127.0.0.1"));
-    env.insert(QStringLiteral("WEBAPI_LISTEN_PORT"), QStringLiteral("0"));
-    env.insert(QStringLiteral("WEBAPI_THREADS"), QStringLiteral("4"));
-    env.insert(QStringLiteral("WEBAPI_INFODB_HOST"), TestServer::host());
-    env.insert(QStringLiteral("WEBAPI_INFODB_PORT"), QString::number(TestServer::port()));
-    env.insert(QStringLiteral("WEBAPI_INFODB_NAME"), infoDb);
-    env.insert(QStringLiteral("WEBAPI_INFODB_USER"), TestServer::user());
-    env.insert(QStringLiteral("WEBAPI_INFODB_PASSWORD"), TestServer::password());
-    for (auto it = settings.begin(); it != settings.end(); ++it)
+    for (auto it = all.cbegin(); it != all.cend(); ++it)
         env.insert(it.key(), it.value());
     m_process.setProcessEnvironment(env);
     m_process.start(binary(), QStringList());
@@ -72,13 +75,12 @@ void HostProcess::terminate()
     ::kill(pid_t(m_process.processId()), SIGTERM);
 }
 
-bool HostProcess::waitForExit(int timeoutMs, int *exitCode)
+int HostProcess::waitForExit(int timeoutMs)
 {
     if (!m_process.waitForFinished(timeoutMs) && m_process.state() != QProcess::NotRunning)
-        return false;
+        return -2;
     log();
-    *exitCode = m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
-    return true;
+    return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
 }
 
 HttpConnection::HttpConnection(quint16 port, const QHostAddress &from)
@@ -121,37 +123,34 @@ QByteArray HttpConnection::readResponse(int timeoutMs)
                 return response;
             }
         }
-        if (deadline.hasExpired())
-            return QByteArray();
-        if (m_socket->bytesAvailable() == 0 && !m_socket->waitForReadyRead(int(qMax<qint64>(1, deadline.remainingTime()))))
+        if (deadline.hasExpired()
+            || (m_socket->bytesAvailable() == 0 && !m_socket->waitForReadyRead(int(qMax<qint64>(1, deadline.remainingTime())))))
             return QByteArray();
         m_pending += m_socket->readAll();
     }
 }
 
-QByteArray HttpConnection::format(const QByteArray &method, const QByteArray &path, const QList<QByteArray> &headers,
+QByteArray HttpConnection::format(const QByteArray &method, const QByteArray &path, const QStringList &headers,
                                   const QByteArray &body)
 {
     QByteArray raw = method + ' ' + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n";
-    for (const QByteArray &header : headers)
-        raw += header + "\r\n";
+    for (const QString &header : headers)
+        raw += header.toUtf8() + "\r\n";
     if (!body.isEmpty() || method == "POST")
         raw += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
     return raw + "\r\n" + body;
 }
 
-QByteArray HttpConnection::request(const QByteArray &method, const QByteArray &path, const QList<QByteArray> &headers,
+QByteArray HttpConnection::request(const QByteArray &method, const QByteArray &path, const QStringList &headers,
                                    const QByteArray &body)
 {
-    if (!send(format(method, path, headers, body)))
-        return QByteArray();
-    return readResponse();
+    return send(format(method, path, headers, body)) ? readResponse() : QByteArray();
 }
 
 bool HttpConnection::waitForClose(int timeoutMs)
 {
     QDeadlineTimer deadline(timeoutMs);
-    while (m_socket->state() == QAbstractSocket::ConnectedState) {
+    while (isConnected()) {
         if (deadline.hasExpired())
             return false;
         m_socket->waitForReadyRead(int(qMax<qint64>(1, deadline.remainingTime())));
@@ -160,10 +159,22 @@ bool HttpConnection::waitForClose(int timeoutMs)
     return true;
 }
 
-QList<QByteArray> headerBytes(const QStringList &lines)
+QString addPerson(ApiFixture &fx)
 {
-    QList<QByteArray> out;
-    for (const QString &line : lines)
-        out.append(line.toUtf8());
-    return out;
+    TestDatabase &db = fx.customer();
+    db.exec(QStringLiteral("INSERT INTO inters (iid, name, shortcut, present, work) VALUES (1, 'Příchod', 'P', 1, 1)"));
+    db.exec(QStringLiteral("INSERT INTO people (pid, name, surname, status) VALUES (501, 'Šárka', 'Dvořáková', 1)"));
+    const uint uid = db.scalar(QStringLiteral("SELECT uid FROM people WHERE pid = 501")).toUInt();
+    db.exec(QStringLiteral("INSERT INTO admins (login, apiToken, status, perms) VALUES ('boss', 'api-token-boss', 1, 2)"));
+    db.exec(QStringLiteral("INSERT INTO admins_people (aid, uid) SELECT aid, %1 FROM admins").arg(uid));
+    return uid ? WebApiWorker::encodeId(uid, 501) : QString();
+}
+
+QByteArray entranceBody(const QString &person, uint refId, int photoBytes)
+{
+    QJsonObject body{{QStringLiteral("uid"), person}, {QStringLiteral("iid"), 1}, {QStringLiteral("type"), 1},
+                     {QStringLiteral("refId"), int(refId)}, {QStringLiteral("date"), QStringLiteral("2024-05-02T07:30:00")}};
+    if (photoBytes > 0)
+        body.insert(QStringLiteral("image"), QString::fromLatin1(QByteArray(photoBytes, '\x7f').toBase64()));
+    return QJsonDocument(body).toJson(QJsonDocument::Compact);
 }

@@ -3,7 +3,6 @@
 
 #include "support/httpreply.h"
 
-#include <QByteArray>
 #include <QHostAddress>
 #include <QMap>
 #include <QProcess>
@@ -11,6 +10,8 @@
 #include <QStringList>
 #include <QTcpSocket>
 #include <QTemporaryFile>
+
+class ApiFixture;
 
 // The real webapi-host binary on a free loopback port, against the private MariaDB.
 class HostProcess
@@ -23,11 +24,11 @@ public:
     // of the private server's InfoDB; true once it listens.
     bool start(const QString &infoDb, const QMap<QString, QString> &settings = {});
     quint16 port() const { return m_port; }
-    // Everything the host wrote to stderr so far.
-    QByteArray log();
+    QByteArray log();  // everything the host wrote to stderr so far
     bool waitForLog(const QByteArray &text, int timeoutMs = 10000);
     void terminate();  // SIGTERM
-    bool waitForExit(int timeoutMs, int *exitCode);
+    // The exit code once it ended (-1 for a crash), or -2 when it still runs.
+    int waitForExit(int timeoutMs = 10000);
     QProcess &process() { return m_process; }
 
     static QString binary();
@@ -53,11 +54,16 @@ public:
     bool send(const QByteArray &raw);
     // One whole response (head and Content-Length body); empty when none came in time.
     QByteArray readResponse(int timeoutMs = 10000);
-    QByteArray request(const QByteArray &method, const QByteArray &path, const QList<QByteArray> &headers,
+    QByteArray request(const QByteArray &method, const QByteArray &path, const QStringList &headers = {},
                        const QByteArray &body = QByteArray());
+    HttpReply reply(const QByteArray &method, const QByteArray &path, const QStringList &headers = {},
+                    const QByteArray &body = QByteArray())
+    {
+        return HttpReply::parse(request(method, path, headers, body));
+    }
     bool waitForClose(int timeoutMs);
 
-    static QByteArray format(const QByteArray &method, const QByteArray &path, const QList<QByteArray> &headers,
+    static QByteArray format(const QByteArray &method, const QByteArray &path, const QStringList &headers = {},
                              const QByteArray &body = QByteArray());
 
 private:
@@ -65,7 +71,10 @@ private:
     QByteArray m_pending;
 };
 
-// Header lines as a test writes them (e.g. ApiFixture::terminalHeaders), as bytes for the wire.
-QList<QByteArray> headerBytes(const QStringList &lines);
+// Makes the customer ready for traffic: entrance type 1, person 501 and administrator "boss"
+// (API token "api-token-boss") over that person. Returns the person's id as terminals send it.
+QString addPerson(ApiFixture &fx);
+// An entrance with a stated time: a repeat of it is known as the same event.
+QByteArray entranceBody(const QString &person, uint refId, int photoBytes = 0);
 
 #endif
