@@ -27,7 +27,7 @@ private slots:
 private:
     // scripts/mariadb on this suite's own server only.
     bool mariadb(const QString &command);
-    bool stopDatabase() { return mariadb(QStringLiteral("stop")); }
+    bool stopDatabase() { return mariadb("stop"); }
     bool startDatabase();
     HttpReply post(HttpConnection &connection, uint refId)
     {
@@ -47,8 +47,8 @@ bool TestFaults::mariadb(const QString &command)
 {
     QProcess script;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("WEBAPI_DB_DIR"), m_dir);
-    env.insert(QStringLiteral("WEBAPI_DB_PORT"), QString::number(m_port));
+    env.insert("WEBAPI_DB_DIR", m_dir);
+    env.insert("WEBAPI_DB_PORT", QString::number(m_port));
     script.setProcessEnvironment(env);
     script.setProcessChannelMode(QProcess::MergedChannels);
     script.start(QStringLiteral(WEBAPI_SOURCE_DIR "/scripts/mariadb"), {command});
@@ -60,7 +60,7 @@ bool TestFaults::mariadb(const QString &command)
 
 bool TestFaults::startDatabase()
 {
-    if (!mariadb(QStringLiteral("start")))
+    if (!mariadb("start"))
         return false;
     // This process's own handles lost their server with it.
     for (QSqlDatabase db : {m_fx->info().db(), m_fx->customer().db()}) {
@@ -80,18 +80,18 @@ void TestFaults::initTestCase()
         m_port = probe.serverPort();
     }
     // A server left running by an interrupted run listens on another port: start afresh.
-    QVERIFY(mariadb(QStringLiteral("stop")));
-    QVERIFY(mariadb(QStringLiteral("start")));
+    QVERIFY(mariadb("stop"));
+    QVERIFY(mariadb("start"));
     qputenv("WEBAPI_DB_PORT", QByteArray::number(m_port));  // TestServer and HostProcess follow it
 
-    m_fx.reset(new ApiFixture(QStringLiteral("faults")));
+    m_fx.reset(new ApiFixture("faults"));
     QVERIFY2(m_fx->setUp(), qPrintable(m_fx->error()));
     m_tid = m_fx->addTerminal(1001);
     m_person = addPerson(*m_fx);
     QVERIFY(!m_person.isEmpty());
 
     m_host.reset(new HostProcess);
-    QVERIFY2(m_host->start(m_fx->info().name(), {{QStringLiteral("WEBAPI_LIMITS_TIMEOUT"), QStringLiteral("5")}}),
+    QVERIFY2(m_host->start(m_fx->info().name(), {{"WEBAPI_LIMITS_TIMEOUT", "5"}}),
              m_host->log().constData());
 }
 
@@ -100,7 +100,7 @@ void TestFaults::cleanupTestCase()
     m_host.reset();
     m_fx.reset();  // drops the scratch databases while the server still runs
     if (m_port != 0)
-        QVERIFY(mariadb(QStringLiteral("stop")));
+        QVERIFY(mariadb("stop"));
 }
 
 void TestFaults::outageUnderLoad()
@@ -157,7 +157,7 @@ void TestFaults::outageUnderLoad()
         QCOMPARE(post(connection, 900000 + i).status, 201);
         QCOMPARE(people(connection).status, 200);
     }
-    QCOMPARE(m_fx->customer().scalar(QStringLiteral("SELECT COUNT(*) - COUNT(DISTINCT refId) FROM inters_data")).toInt(), 0);
+    QCOMPARE(m_fx->customer().scalar("SELECT COUNT(*) - COUNT(DISTINCT refId) FROM inters_data").toInt(), 0);
     const QByteArray log = m_host->log();
     for (const char *trouble : {"does not belong to the calling thread", "duplicate connection name", "ASSERT"})
         QVERIFY2(!log.contains(trouble), trouble);
@@ -180,7 +180,7 @@ void TestFaults::retriedEntranceStoredOnce()
     }
     QCOMPARE(reply.status, 201);
     QCOMPARE(post(terminal, refId).status, 208);
-    QCOMPARE(m_fx->customer().scalar(QStringLiteral("SELECT COUNT(*) FROM inters_data WHERE refId = %1").arg(refId)).toInt(), 1);
+    QCOMPARE(m_fx->customer().scalar(QString("SELECT COUNT(*) FROM inters_data WHERE refId = %1").arg(refId)).toInt(), 1);
 }
 
 QTEST_GUILESS_MAIN(TestFaults)

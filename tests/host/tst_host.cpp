@@ -50,7 +50,6 @@ private slots:
     void slowClientTimedOut();
     void tlsConnections();
     void accessLogHidesCredentials();
-    void adminRequest();
     void craftedTokens_data();
     void craftedTokens();
     void throttle_data();
@@ -67,7 +66,7 @@ private:
         QString person;
     };
     QByteArray curl(const QStringList &args);
-    QString tlsUrl(const char *path) const { return QStringLiteral("https://127.0.0.1:%1%2").arg(m_tls.port()).arg(path); }
+    QString tlsUrl(const char *path) const { return QString("https://127.0.0.1:%1%2").arg(m_tls.port()).arg(path); }
 
     QTemporaryDir m_dir;  // the self-signed certificate and keys
     QScopedPointer<ApiFixture> m_a;
@@ -81,7 +80,7 @@ private:
 QByteArray TestHost::curl(const QStringList &args)
 {
     QByteArray out;
-    return run(QStringLiteral("curl"), QStringList{QStringLiteral("-sS"), QStringLiteral("--cacert"), m_dir.filePath("cert.pem")} + args, &out)
+    return run("curl", QStringList{"-sS", "--cacert", m_dir.filePath("cert.pem")} + args, &out)
         ? out
         : QByteArray();
 }
@@ -90,34 +89,31 @@ void TestHost::initTestCase()
 {
     QVERIFY2(QFile::exists(HostProcess::binary()), "build the webapi-host target first");
     QVERIFY(m_dir.isValid());
-    QVERIFY(run(QStringLiteral("openssl"),
-                QStringLiteral("req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -keyout %1 -out %2 -days 2 "
-                               "-subj /CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1")
-                    .arg(m_dir.filePath("key.pem"), m_dir.filePath("cert.pem"))
-                    .split(' ')));
-    QVERIFY(run(QStringLiteral("openssl"), QStringLiteral("genpkey -algorithm EC -pkeyopt ec_paramgen_curve:prime256v1 -out %1")
-                                               .arg(m_dir.filePath("other-key.pem"))
-                                               .split(' ')));
+    const QString ec = "-pkeyopt ec_paramgen_curve:prime256v1 ";
+    for (const QString &args : {"req -x509 -newkey ec " + ec + "-nodes -keyout " + m_dir.filePath("key.pem") + " -out "
+                                    + m_dir.filePath("cert.pem") + " -days 2 -subj /CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1",
+                                "genpkey -algorithm EC " + ec + "-out " + m_dir.filePath("other-key.pem")})
+        QVERIFY(run("openssl", args.split(' ')));
 
-    m_a.reset(new ApiFixture(QStringLiteral("host_a")));
+    m_a.reset(new ApiFixture("host_a"));
     QVERIFY2(m_a->setUp(), qPrintable(m_a->error()));
-    m_b.reset(new ApiFixture(QStringLiteral("host_b")));
+    m_b.reset(new ApiFixture("host_b"));
     QVERIFY2(m_b->setUp(), qPrintable(m_b->error()));
     // One InfoDB for both customers, as the host has one.
-    QVERIFY(m_a->info().exec(QStringLiteral("INSERT INTO `schemas` (token, name, user, pass, status) VALUES ('%1', '%2', '%3', '%4', 1)")
+    QVERIFY(m_a->info().exec(QString("INSERT INTO `schemas` (token, name, user, pass, status) VALUES ('%1', '%2', '%3', '%4', 1)")
                                  .arg(m_b->token(), m_b->customer().name(), TestServer::user(),
                                       QString::fromLatin1(TestServer::password().toUtf8().toBase64()))));
     m_customerA = {m_a.data(), m_a->addTerminal(1001), addPerson(*m_a)};
     m_customerB = {m_b.data(), m_b->addTerminal(1002), addPerson(*m_b)};
     QVERIFY(!m_customerA.person.isEmpty() && !m_customerB.person.isEmpty());
 
-    QVERIFY2(m_host.start(m_a->info().name(), {{QStringLiteral("WEBAPI_LIMITS_BODY"), QString::number(kBodyLimit)},
-                                               {QStringLiteral("WEBAPI_LIMITS_TIMEOUT"), QStringLiteral("2")},
-                                               {QStringLiteral("WEBAPI_AUTH_FAILURES"), QString::number(kAuthLimit)}}),
+    QVERIFY2(m_host.start(m_a->info().name(), {{"WEBAPI_LIMITS_BODY", QString::number(kBodyLimit)},
+                                               {"WEBAPI_LIMITS_TIMEOUT", "2"},
+                                               {"WEBAPI_AUTH_FAILURES", QString::number(kAuthLimit)}}),
              m_host.log().constData());
-    QVERIFY2(m_tls.start(m_a->info().name(), {{QStringLiteral("WEBAPI_TLS_CERTIFICATE"), m_dir.filePath("cert.pem")},
-                                              {QStringLiteral("WEBAPI_TLS_KEY"), m_dir.filePath("key.pem")},
-                                              {QStringLiteral("WEBAPI_LIMITS_TIMEOUT"), QStringLiteral("2")}}),
+    QVERIFY2(m_tls.start(m_a->info().name(), {{"WEBAPI_TLS_CERTIFICATE", m_dir.filePath("cert.pem")},
+                                              {"WEBAPI_TLS_KEY", m_dir.filePath("key.pem")},
+                                              {"WEBAPI_LIMITS_TIMEOUT", "2"}}),
              m_tls.log().constData());
     QVERIFY(m_tls.log().contains("listening on https://127.0.0.1:"));
 }
@@ -126,8 +122,8 @@ void TestHost::startFailures_data()
 {
     QTest::addColumn<QStringList>("settings");  // NAME=value
     QTest::addColumn<QString>("reason");
-    const QString plugin = QStringLiteral("WEBAPI_PLUGIN=");
-    const QString cert = QStringLiteral("WEBAPI_TLS_CERTIFICATE=") + m_dir.filePath("cert.pem");
+    const QString plugin = "WEBAPI_PLUGIN=";
+    const QString cert = "WEBAPI_TLS_CERTIFICATE=" + m_dir.filePath("cert.pem");
     QTest::newRow("missing plug-in") << QStringList{plugin + "/nonexistent/libwebapi.so"} << "does not exist";
     QTest::newRow("not a library") << QStringList{plugin + WEBAPI_TEST_DATA "/host/not-a-plugin.so"} << "cannot load plug-in";
     QTest::newRow("other interface")
@@ -165,7 +161,7 @@ void TestHost::pluginBytesUnchanged_data()
     QTest::addColumn<bool>("tls");
     QTest::addColumn<QString>("expectedFile");
     // The plug-in's own fixtures: the host must deliver its bytes as they are.
-    const QStringList info{QStringLiteral("Pragma: ") + m_a->token(), QStringLiteral("Authorization: Bearer ") + ApiFixture::kKey};
+    const QStringList info{"Pragma: " + m_a->token(), "Authorization: Bearer " + ApiFixture::kKey};
     QTest::newRow("info") << info << false << "spine/info.http";
     QTest::newRow("unauthorized") << QStringList{info.first()} << false << "spine/unauthorized.http";
     QTest::newRow("info over TLS") << info << true << "spine/info.http";
@@ -178,9 +174,9 @@ void TestHost::pluginBytesUnchanged()
     QFETCH(QString, expectedFile);
     QByteArray raw;
     if (tls) {
-        QStringList args{QStringLiteral("-i"), tlsUrl("/webapi/info")};
+        QStringList args{"-i", tlsUrl("/webapi/info")};
         for (const QString &header : headers)
-            args << QStringLiteral("-H") << header;
+            args << "-H" << header;
         raw = curl(args);
     } else {
         raw = HttpConnection(m_host.port()).request("GET", "/webapi/info", headers);
@@ -205,7 +201,7 @@ void TestHost::keepAliveAndPipelining()
     QCOMPARE(first.json().array().size(), 28);
     QCOMPARE(second.status, 404);
     QCOMPARE(third.status, 200);
-    QCOMPARE(third.json().object().value(QStringLiteral("name")).toString(), QStringLiteral("Web API"));
+    QCOMPARE(third.json().object().value("name").toString(), "Web API");
     QVERIFY(connection.isConnected());
 }
 
@@ -250,8 +246,8 @@ void TestHost::slowClientTimedOut()
 void TestHost::tlsConnections()
 {
     // Two transfers in one curl run: the second reuses the first one's connection.
-    QCOMPARE(curl({QStringLiteral("-o"), QStringLiteral("/dev/null"), QStringLiteral("-o"), QStringLiteral("/dev/null"),
-                   QStringLiteral("-w"), QStringLiteral("%{http_code}:%{num_connects} "), tlsUrl("/healthz"), tlsUrl("/healthz")}),
+    QCOMPARE(curl({"-o", "/dev/null", "-o", "/dev/null",
+                   "-w", "%{http_code}:%{num_connects} ", tlsUrl("/healthz"), tlsUrl("/healthz")}),
              QByteArray("200:1 200:0 "));
     // A plain client, and one that never starts a handshake (within limits/timeout), are
     // dropped without harm to the port.
@@ -261,28 +257,17 @@ void TestHost::tlsConnections()
     QVERIFY(plain.send(HttpConnection::format("GET", "/webapi/info", {"Pragma: " + m_a->token()})));
     QVERIFY(plain.waitForClose(5000));
     QVERIFY(silent.waitForClose(10000));
-    QCOMPARE(curl({QStringLiteral("-o"), QStringLiteral("/dev/null"), QStringLiteral("-w"), QStringLiteral("%{http_code}"),
+    QCOMPARE(curl({"-o", "/dev/null", "-w", "%{http_code}",
                    tlsUrl("/healthz")}),
              QByteArray("200"));
 }
 
 void TestHost::accessLogHidesCredentials()
 {
-    HttpConnection(m_host.port()).request("GET", "/webapi/info?q=1", m_a->adminHeaders(QStringLiteral("api-token-secret-in-log")));
+    HttpConnection(m_host.port()).request("GET", "/webapi/info?q=1", m_a->adminHeaders("api-token-secret-in-log"));
     QVERIFY(m_host.waitForLog("127.0.0.1 \"GET /webapi/info\" 200 "));
     QVERIFY(!m_host.log().contains("api-token-secret-in-log"));
     QVERIFY(!m_host.log().contains(ApiFixture::kKey.toUtf8()));
-}
-
-void TestHost::adminRequest()
-{
-    const HttpReply reply =
-        HttpConnection(m_host.port()).reply("GET", "/webapi/report/daily/0", m_a->adminHeaders(QStringLiteral("api-token-boss")));
-    QCOMPARE(reply.status, 200);
-    QVERIFY(!reply.header("X-WEBAPI-TMS").isEmpty());
-    const QJsonObject report = reply.json().object();
-    QCOMPARE(report.value(QStringLiteral("dateFrom")).toString(), QDate::currentDate().toString(Qt::ISODate));
-    QCOMPARE(report.value(QStringLiteral("activeEmployees")).toInt(), 1);
 }
 
 void TestHost::craftedTokens_data()
@@ -290,11 +275,11 @@ void TestHost::craftedTokens_data()
     QTest::addColumn<QString>("pragma");
     QTest::addColumn<int>("status");
     // Refused by the host before any worker or the InfoDB sees them.
-    for (const QByteArray &token : testData(QStringLiteral("injection/tokens.txt")).trimmed().split('\n'))
+    for (const QByteArray &token : testData("injection/tokens.txt").trimmed().split('\n'))
         QTest::newRow(token.constData()) << "Pragma: " + QString::fromUtf8(token) << 400;
     // Read as the plug-in reads it: the value ends at the next colon, and a line without the
     // word "token" carries no token at all; either way the plug-in answers.
-    const QString token = QStringLiteral("token-") + TestServer::uniqueName(QStringLiteral("x"));
+    const QString token = "token-" + TestServer::uniqueName("x");
     QTest::newRow("cut at colon") << "Pragma: " + token + ":' OR '1'='1" << 503;
     QTest::newRow("no token word") << "Pragma: no-cache'" << 503;
     QTest::newRow("unknown plain token") << "Pragma: " + token << 503;
@@ -334,8 +319,8 @@ void TestHost::throttle()
     QFETCH(int, code);
     QFETCH(QString, client);
     QFETCH(bool, throttled);
-    const QString pragma = QStringLiteral("Pragma: ") + m_a->token();
-    const QStringList goodKey{pragma, QStringLiteral("Authorization: Bearer ") + ApiFixture::kKey};
+    const QString pragma = "Pragma: " + m_a->token();
+    const QStringList goodKey{pragma, "Authorization: Bearer " + ApiFixture::kKey};
     HttpConnection attacker(m_host.port(), QHostAddress(client));
     QVERIFY(attacker.isConnected());
     for (int i = 0; i < kAuthLimit; ++i) {
@@ -358,7 +343,7 @@ void TestHost::throttle()
     QVERIFY(refused.header("X-WEBAPI-VER").isEmpty());
     QVERIFY(attacker.isConnected());  // keep-alive as asked
     QCOMPARE(attacker.reply("GET", "/healthz").status, 200);
-    HttpConnection neighbour(m_host.port(), QHostAddress(client.left(client.lastIndexOf('.')) + QStringLiteral(".99")));
+    HttpConnection neighbour(m_host.port(), QHostAddress(client.left(client.lastIndexOf('.')) + ".99"));
     QCOMPARE(neighbour.reply("GET", "/webapi/info", goodKey).status, 200);
     QVERIFY(m_host.waitForLog(client.toUtf8() + " \"GET /webapi/info\" 429 "));
 }
@@ -385,9 +370,9 @@ void TestHost::webhookGetsRecordCreated()
         });
     });
     HostProcess host;
-    QVERIFY2(host.start(m_a->info().name(), {{QStringLiteral("WEBAPI_WEBHOOK_URL"),
-                                              QStringLiteral("http://127.0.0.1:%1/events").arg(receiver.serverPort())},
-                                             {QStringLiteral("WEBAPI_AUTH_FAILURES"), QStringLiteral("0")}}),
+    QVERIFY2(host.start(m_a->info().name(), {{"WEBAPI_WEBHOOK_URL",
+                                              QString("http://127.0.0.1:%1/events").arg(receiver.serverPort())},
+                                             {"WEBAPI_AUTH_FAILURES", "0"}}),
              host.log().constData());
     HttpConnection connection(host.port());
     QCOMPARE(connection.reply("POST", "/webapi/entrance", m_a->terminalHeaders(m_customerA.tid), entranceBody(m_customerA.person, 4242, 2048))
@@ -395,14 +380,14 @@ void TestHost::webhookGetsRecordCreated()
              201);
     QTRY_COMPARE_WITH_TIMEOUT(attempts, 2, 10000);
     const QJsonObject event = QJsonDocument::fromJson(received.mid(received.indexOf("\r\n\r\n") + 4)).object();
-    const uint id = m_a->customer().scalar(QStringLiteral("SELECT id FROM inters_data WHERE refId = 4242")).toUInt();
-    QCOMPARE(event.value(QStringLiteral("table")).toString(), QStringLiteral("inters_data"));
-    QCOMPARE(event.value(QStringLiteral("id")).toInt(), int(id));
-    QCOMPARE(event.value(QStringLiteral("token")).toString(), m_a->token());
-    QVERIFY(host.log().contains(QStringLiteral("recordCreated table=inters_data id=%1 token=%2").arg(id).arg(m_a->token()).toUtf8()));
+    const uint id = m_a->customer().scalar("SELECT id FROM inters_data WHERE refId = 4242").toUInt();
+    QCOMPARE(event.value("table").toString(), "inters_data");
+    QCOMPARE(event.value("id").toInt(), int(id));
+    QCOMPARE(event.value("token").toString(), m_a->token());
+    QVERIFY(host.log().contains(QString("recordCreated table=inters_data id=%1 token=%2").arg(id).arg(m_a->token()).toUtf8()));
 
     // This host counts no failed authentications at all (limit 0), past the default 10 too.
-    QStringList wrongKey{QStringLiteral("Pragma: ") + m_a->token(), QStringLiteral("Authorization: Bearer nope")};
+    QStringList wrongKey{"Pragma: " + m_a->token(), "Authorization: Bearer nope"};
     for (int i = 0; i < 12; ++i)
         QCOMPARE(connection.reply("GET", "/webapi/info", wrongKey).status, 401);
     QCOMPARE(connection.reply("GET", "/webapi/info", m_a->terminalHeaders()).status, 200);
@@ -410,21 +395,20 @@ void TestHost::webhookGetsRecordCreated()
 
 void TestHost::concurrentCustomers()
 {
-    m_a->customer().exec(QStringLiteral("DELETE FROM inters_data"));
+    m_a->customer().exec("DELETE FROM inters_data");
     const int logStart = m_host.log().size();
     const int clients = 8;
     const int perClient = 250;
     std::atomic<int> malformed{0};
-    std::atomic<int> serverErrors{0};
+    std::atomic<int> wrong{0};  // not the status or content each request must get
     std::atomic<int> entrances[2] = {{0}, {0}};
-    std::atomic<int> finished{0};
     std::vector<std::thread> threads;
     for (int c = 0; c < clients; ++c) {
         const Customer customer = c % 2 ? m_customerB : m_customerA;
         threads.emplace_back([&, c, customer] {
             HttpConnection connection(m_host.port());
             const QStringList terminal = customer.fx->terminalHeaders(customer.tid);
-            const QStringList admin = customer.fx->adminHeaders(QStringLiteral("api-token-boss"));
+            const QStringList admin = customer.fx->adminHeaders("api-token-boss");
             for (int i = 0; i < perClient; ++i) {
                 HttpReply reply;
                 switch (i % 5) {
@@ -440,26 +424,27 @@ void TestHost::concurrentCustomers()
                 }
                 case 2: reply = connection.reply("GET", "/webapi/people", terminal); break;
                 case 3: reply = connection.reply("GET", "/webapi/inters", terminal); break;
-                default: reply = connection.reply("GET", "/webapi/report/daily/0", admin); break;
+                default:
+                    reply = connection.reply("GET", "/webapi/report/daily/0", admin);
+                    wrong += reply.json().object().value("activeEmployees").toInt() != 1;
+                    break;
                 }
                 if (!reply.valid || reply.header("Content-Length").toInt() != reply.body.size() || reply.json().isNull())
                     ++malformed;
-                if (reply.status >= 500)
-                    ++serverErrors;
+                wrong += i % 5 <= 1 ? reply.status != 201 && reply.status != 208 : reply.status != 200;
             }
-            ++finished;
         });
     }
     for (std::thread &thread : threads)
         thread.join();
     QCOMPARE(malformed.load(), 0);
-    QCOMPARE(serverErrors.load(), 0);
+    QCOMPARE(wrong.load(), 0);
     // 4 clients x 50 pairs per customer; in half of the pairs the second post repeats the first.
     const int expected = 4 * (perClient / 5) * 2 - 4 * (perClient / 10);
     QCOMPARE(entrances[0].load(), expected);
     QCOMPARE(entrances[1].load(), expected);
-    QCOMPARE(m_a->customer().scalar(QStringLiteral("SELECT COUNT(*) FROM inters_data")).toInt(), expected);
-    QCOMPARE(m_b->customer().scalar(QStringLiteral("SELECT COUNT(*) FROM inters_data")).toInt(), expected);
+    QCOMPARE(m_a->customer().scalar("SELECT COUNT(*) FROM inters_data").toInt(), expected);
+    QCOMPARE(m_b->customer().scalar("SELECT COUNT(*) FROM inters_data").toInt(), expected);
     const QByteArray log = m_host.log().mid(logStart);
     for (const char *trouble : {"does not belong to the calling thread", "duplicate connection name", "NOT OPEN",
                                 "can NOT open", "SQL ERROR", "SQl ERROR"})
@@ -471,7 +456,7 @@ void TestHost::sigtermAnswersRequestInFlight()
     HostProcess host;
     QVERIFY2(host.start(m_a->info().name()), host.log().constData());
     // The licence rows are read on every request: holding their table holds the request.
-    QVERIFY(m_a->customer().exec(QStringLiteral("LOCK TABLES vars WRITE")));
+    QVERIFY(m_a->customer().exec("LOCK TABLES vars WRITE"));
     HttpConnection connection(host.port());
     QVERIFY(connection.send(HttpConnection::format("GET", "/webapi/info", m_a->terminalHeaders())));
     QTest::qWait(300);
@@ -479,10 +464,10 @@ void TestHost::sigtermAnswersRequestInFlight()
     QVERIFY(host.waitForLog("signal 15"));
     QTRY_VERIFY_WITH_TIMEOUT(!HttpConnection(host.port()).isConnected(), 5000);
     QCOMPARE(host.process().state(), QProcess::Running);
-    QVERIFY(m_a->customer().exec(QStringLiteral("UNLOCK TABLES")));
+    QVERIFY(m_a->customer().exec("UNLOCK TABLES"));
     const HttpReply reply = HttpReply::parse(connection.readResponse());
     QCOMPARE(reply.status, 200);
-    QCOMPARE(reply.json().object().value(QStringLiteral("name")).toString(), QStringLiteral("Web API"));
+    QCOMPARE(reply.json().object().value("name").toString(), "Web API");
     QCOMPARE(host.waitForExit(), 0);
 }
 
