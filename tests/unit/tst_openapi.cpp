@@ -45,7 +45,8 @@ private slots:
 void TestOpenApi::matchesTheCode()
 {
     QProcess python;
-    python.start(QStringLiteral("python3"),
+    // Debian's interpreter, the one python3-yaml serves.
+    python.start(QStringLiteral("/usr/bin/python3"),
                  {QStringLiteral("-c"),
                   QStringLiteral("import json, sys, yaml; json.dump(yaml.safe_load(open(sys.argv[1])), sys.stdout, default=str)"),
                   QStringLiteral(WEBAPI_SOURCE_DIR "/docs/openapi.yaml")});
