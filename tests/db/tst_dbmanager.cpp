@@ -44,7 +44,6 @@ private slots:
     void maintenanceThrottle();
     void maintenanceThrottleAfterFailure();
     void setRecalc();
-    void autoCloseLeavesTokensCountClosed();
     void refusedByQueue_data();
     void refusedByQueue();
     void duplicatesRemovedTwice();
@@ -333,22 +332,6 @@ void TestDBManager::setRecalc()
     QVERIFY(!m_manager->setRecalc(QStringLiteral("rc-off")));
     QVERIFY(!m_manager->setRecalc(QStringLiteral("nobody")));
     QCOMPARE(m_info->scalar(QStringLiteral("SELECT COUNT(*) FROM `schemas` WHERE recalc IS NOT NULL")).toInt(), 1);
-}
-
-void TestDBManager::autoCloseLeavesTokensCountClosed()
-{
-    QVERIFY(insertScheme(QStringLiteral("ac"), QStringLiteral("''")));
-    m_manager->setAutoClose(true);
-    QCOMPARE(m_manager->loadTokens(10, 0), QStringList{"ac"});
-    QVERIFY(!m_manager->infoDB().isOpen());
-    // tokensCount does not reopen the InfoDB; the flag tells how the last open ended.
-    LogCapture log;
-    QCOMPARE(m_manager->tokensCount(true), 0u);
-    QCOMPARE(log.lines(QtCriticalMsg).size(), 1);
-    QVERIFY(m_manager->isInfoDB());
-    m_manager->setAutoClose(false);
-    QCOMPARE(m_manager->loadTokens(10, 0), QStringList{"ac"});
-    QCOMPARE(m_manager->tokensCount(true), 1u);
 }
 
 void TestDBManager::refusedByQueue_data()
