@@ -33,27 +33,19 @@ private slots:
     void cleanupTestCase();
 
     void connectionPerThreadAndToken();
-    void connectionReusedWithoutSchemas();
     void noUsableSchemeGivesDefault_data();
     void noUsableSchemeGivesDefault();
     void passwordCutAtNul();
     void unopenableDatabaseStaysRegistered();
     void emptyTokenGivesMaster();
-    void setDatabasesLog();
     void infoDbThatWillNotOpen();
-    void loadTokens();
-    void maintenanceOrder();
+    void tokenLists();
     void maintenanceAgeIsStrict();
-    void recalculateOrder();
-    void loadTokenByName();
-    void tokensCount();
     void maintenanceThrottle();
     void maintenanceThrottleAfterFailure();
     void setRecalc();
-    void autoCloseAndTokensCount();
-    void masterConnectionsRefused_data();
-    void masterConnectionsRefused();
-    void emptyNameQueuesNothing();
+    void refusedByQueue_data();
+    void refusedByQueue();
     void duplicatesRemovedTwice();
     void activeConnectionForgotten();
     void queuedNameBecomesMaster();
@@ -140,73 +132,57 @@ QStringList TestDBManager::removedNames(const LogCapture &log) const
 void TestDBManager::connectionPerThreadAndToken()
 {
     QVERIFY(insertScheme(QStringLiteral("tok-a"), QStringLiteral("'%1'").arg(m_goodPass)));
-    const QSqlDatabase db = m_manager->getDatabase(QStringLiteral("tok-a"));
+    QSqlDatabase db = m_manager->getDatabase(QStringLiteral("tok-a"));
     const QString name = threadPrefix() + QStringLiteral("_dbc_tok-a");
     QCOMPARE(db.connectionName(), name);
     QCOMPARE(m_manager->connectionNameFor(QStringLiteral("tok-a")), name);
     QVERIFY(db.isOpen());
     QCOMPARE(db.databaseName(), m_customer->name());
-    QCOMPARE(db.hostName(), TestServer::host());
-    QCOMPARE(db.port(), TestServer::port());
     QCOMPARE(db.connectOptions(), QStringLiteral("MYSQL_OPT_RECONNECT=1;CLIENT_IGNORE_SPACE=1"));
-    QVERIFY(m_manager->hasConnection(QStringLiteral("tok-a")));
     QVERIFY(m_manager->isManagedConnection(QStringLiteral("tok-a")));
-    QCOMPARE(m_manager->cachedScheme(QStringLiteral("tok-a")).name, m_customer->name());
 
     // Another thread gets a connection of its own, and the answers are per thread.
     QString otherName;
     bool otherOpen = false;
-    bool otherManaged = false;
     QScopedPointer<QThread> thread(QThread::create([&] {
         {
             const QSqlDatabase other = m_manager->getDatabase(QStringLiteral("tok-a"));
             otherName = other.connectionName();
-            otherOpen = other.isOpen();
-            otherManaged = m_manager->isManagedConnection(QStringLiteral("tok-a"));
+            otherOpen = other.isOpen() && m_manager->isManagedConnection(QStringLiteral("tok-a"));
         }
         QSqlDatabase::removeDatabase(otherName);
     }));
     thread->start();
     QVERIFY(thread->wait(30000));
     QVERIFY(otherOpen);
-    QVERIFY(otherManaged);
-    QVERIFY(otherName != name);
-    QVERIFY(otherName.endsWith(QLatin1String("_dbc_tok-a")));
-    QVERIFY(m_manager->isManagedConnection(QStringLiteral("tok-a")));
-}
+    QVERIFY(otherName != name && otherName.endsWith(QLatin1String("_dbc_tok-a")));
 
-void TestDBManager::connectionReusedWithoutSchemas()
-{
-    QVERIFY(insertScheme(QStringLiteral("tok-b"), QStringLiteral("'%1'").arg(m_goodPass)));
-    QSqlDatabase first = m_manager->getDatabase(QStringLiteral("tok-b"));
-    first.close();
-    // Without the row, a second call still finds the thread's connection, and reopens it.
+    // Without the row, the thread's connection is still found, and reopened.
+    db.close();
     QVERIFY(m_info->exec(QStringLiteral("DELETE FROM `schemas`")));
-    const QSqlDatabase second = m_manager->getDatabase(QStringLiteral("tok-b"));
-    QCOMPARE(second.connectionName(), first.connectionName());
-    QVERIFY(second.isOpen());
+    const QSqlDatabase again = m_manager->getDatabase(QStringLiteral("tok-a"));
+    QCOMPARE(again.connectionName(), name);
+    QVERIFY(again.isOpen());
 }
 
 void TestDBManager::noUsableSchemeGivesDefault_data()
 {
-    QTest::addColumn<QString>("passSql");
+    QTest::addColumn<QString>("passSql");  // empty: no row at all
     QTest::addColumn<int>("status");
     QTest::addColumn<QString>("user");
     QTest::addColumn<QString>("name");
-    QTest::addColumn<bool>("insert");
 
     const QString good = QStringLiteral("'%1'").arg(base64(TestServer::password().toUtf8()));
     const QString user = TestServer::user();
-    QTest::newRow("unknown token") << good << 1 << user << QString() << false;
-    QTest::newRow("inactive") << good << 0 << user << QString() << true;
-    QTest::newRow("status 2") << good << 2 << user << QString() << true;
-    QTest::newRow("NULL pass") << "NULL" << 1 << user << QString() << true;
-    QTest::newRow("empty pass") << "''" << 1 << user << QString() << true;
-    QTest::newRow("pass decodes to NUL") << QStringLiteral("'%1'").arg(base64(QByteArray("\0abc", 4))) << 1 << user
-                                         << QString() << true;
-    QTest::newRow("pass not base64") << "'***'" << 1 << user << QString() << true;
-    QTest::newRow("empty user") << good << 1 << "" << QString() << true;
-    QTest::newRow("empty name") << good << 1 << user << "" << true;
+    QTest::newRow("unknown token") << QString() << 1 << user << QString();
+    QTest::newRow("inactive") << good << 0 << user << QString();
+    QTest::newRow("status 2") << good << 2 << user << QString();
+    QTest::newRow("NULL pass") << "NULL" << 1 << user << QString();
+    QTest::newRow("empty pass") << "''" << 1 << user << QString();
+    QTest::newRow("pass decodes to NUL") << QStringLiteral("'%1'").arg(base64(QByteArray("\0abc", 4))) << 1 << user << QString();
+    QTest::newRow("pass not base64") << "'***'" << 1 << user << QString();
+    QTest::newRow("empty user") << good << 1 << "" << QString();
+    QTest::newRow("empty name") << good << 1 << user << "";
 }
 
 void TestDBManager::noUsableSchemeGivesDefault()
@@ -215,19 +191,14 @@ void TestDBManager::noUsableSchemeGivesDefault()
     QFETCH(int, status);
     QFETCH(QString, user);
     QFETCH(QString, name);
-    QFETCH(bool, insert);
-
     const QString token = QStringLiteral("tok-x");
-    if (insert)
+    if (!passSql.isEmpty())
         QVERIFY(insertScheme(token, passSql, status, user, name));
     LogCapture log;
-    const QSqlDatabase db = m_manager->getDatabase(token);
-    QCOMPARE(db.connectionName(), QLatin1String(QSqlDatabase::defaultConnection));
+    QCOMPARE(m_manager->getDatabase(token).connectionName(), QLatin1String(QSqlDatabase::defaultConnection));
     QVERIFY(!m_manager->hasConnection(token));
     QVERIFY(!m_manager->isManagedConnection(token));
-    QCOMPARE(m_manager->cachedScheme(token).name, QString());
-    QCOMPARE(log.lines(QtWarningMsg), QStringList());
-    QCOMPARE(log.lines(QtCriticalMsg), QStringList());
+    QCOMPARE(log.lines(QtWarningMsg) + log.lines(QtCriticalMsg), QStringList());
 }
 
 void TestDBManager::passwordCutAtNul()
@@ -237,26 +208,18 @@ void TestDBManager::passwordCutAtNul()
     QVERIFY(insertScheme(QStringLiteral("tok-nul"), QStringLiteral("'%1'").arg(base64(stored))));
     const QSqlDatabase db = m_manager->getDatabase(QStringLiteral("tok-nul"));
     QVERIFY2(db.isOpen(), qPrintable(db.lastError().text()));
-    QCOMPARE(db.password(), TestServer::password());
-    const DbScheme scheme = m_manager->cachedScheme(QStringLiteral("tok-nul"));
-    QCOMPARE(scheme.pass, TestServer::password());
-    QCOMPARE(scheme.token, QStringLiteral("tok-nul"));
-    QCOMPARE(scheme.user, TestServer::user());
+    QCOMPARE(m_manager->cachedScheme(QStringLiteral("tok-nul")).pass, TestServer::password());
 }
 
 void TestDBManager::unopenableDatabaseStaysRegistered()
 {
     QVERIFY(insertScheme(QStringLiteral("tok-bad"), QStringLiteral("'%1'").arg(base64("wrong-password"))));
     LogCapture log;
-    const QSqlDatabase db = m_manager->getDatabase(QStringLiteral("tok-bad"));
-    QCOMPARE(db.connectionName(), QLatin1String(QSqlDatabase::defaultConnection));
-    const QStringList warnings = log.lines(QtWarningMsg);
-    QCOMPARE(warnings.size(), 2);
-    QCOMPARE(warnings.at(0), QStringLiteral("DBManager:: database \"%1\" (token: \"tok-bad\" ) NOT OPEN!")
-                                 .arg(m_customer->name()));
-    QVERIFY2(warnings.at(1).startsWith(QLatin1String("SQL ERROR: \"")), qPrintable(warnings.at(1)));
+    QCOMPARE(m_manager->getDatabase(QStringLiteral("tok-bad")).connectionName(),
+             QLatin1String(QSqlDatabase::defaultConnection));
+    QCOMPARE(log.lines(QtWarningMsg).value(0), QStringLiteral("DBManager:: database \"%1\" (token: \"tok-bad\" ) NOT OPEN!")
+                                                   .arg(m_customer->name()));
     // The failed connection stays, so the next call retries it without reading schemas.
-    QVERIFY(m_manager->hasConnection(QStringLiteral("tok-bad")));
     QVERIFY(m_manager->isManagedConnection(QStringLiteral("tok-bad")));
     QVERIFY(m_info->exec(QStringLiteral("DELETE FROM `schemas`")));
     const QSqlDatabase again = m_manager->getDatabase(QStringLiteral("tok-bad"));
@@ -266,30 +229,9 @@ void TestDBManager::unopenableDatabaseStaysRegistered()
 
 void TestDBManager::emptyTokenGivesMaster()
 {
-    m_manager->setDebugLevel(2);
-    LogCapture log;
     const QSqlDatabase db = m_manager->getDatabase(QString());
     QCOMPARE(db.connectionName(), m_zmtConnection);
     QVERIFY(!db.isOpen());  // returned as it is, not opened
-    QCOMPARE(log.lines(QtDebugMsg), QStringList{QStringLiteral("DBManager::getDatabase()")});
-}
-
-void TestDBManager::setDatabasesLog()
-{
-    DBManager manager;
-    manager.setDebugLevel(1);
-    LogCapture log;
-    manager.setZmtDB(QSqlDatabase::database(m_zmtConnection, false));
-    manager.setInfoDB(QSqlDatabase::database(m_infoConnection, false));
-    const QString format = QStringLiteral("DBManager::%1(host: '127.0.0.1', port: %2, database: '%3', connection: '%4')");
-    QCOMPARE(log.lines(QtDebugMsg),
-             (QStringList{format.arg(QStringLiteral("setZmtDB")).arg(TestServer::port()).arg(m_info->name(), m_zmtConnection),
-                          format.arg(QStringLiteral("setInfoDB")).arg(TestServer::port()).arg(m_info->name(), m_infoConnection)}));
-    // The InfoDB was already open (by the fixture's manager): no real attempt, flag false.
-    QVERIFY(manager.infoDB().isOpen());
-    QVERIFY(!manager.isInfoDB());
-    QCOMPARE(manager.infoDB().connectionName(), m_infoConnection);
-    QCOMPARE(manager.zmtDB().connectionName(), m_zmtConnection);
 }
 
 void TestDBManager::infoDbThatWillNotOpen()
@@ -301,45 +243,38 @@ void TestDBManager::infoDbThatWillNotOpen()
     LogCapture log;
     manager.setInfoDB(broken);
     QVERIFY(!manager.isInfoDB());
-    const QStringList warnings = log.lines(QtWarningMsg);
-    QCOMPARE(warnings.size(), 1);
-    QVERIFY2(warnings.first().startsWith(QStringLiteral("DBManager:: database \"%1\" can NOT open! ERROR: \"")
-                                             .arg(m_info->name())),
-             qPrintable(warnings.first()));
+    QVERIFY(log.lines(QtWarningMsg).value(0).startsWith(
+        QStringLiteral("DBManager:: database \"%1\" can NOT open! ERROR: \"").arg(m_info->name())));
     // Lists come back empty; the failure is a value.
     QCOMPARE(manager.loadTokens(10, 0), QStringList());
     QVERIFY(!manager.setRecalc(QStringLiteral("x")));
 }
 
-void TestDBManager::loadTokens()
+void TestDBManager::tokenLists()
 {
-    for (const QString &token : {QStringLiteral("d"), QStringLiteral("b"), QStringLiteral("a"), QStringLiteral("c")})
-        QVERIFY(insertScheme(token, QStringLiteral("''")));
-    QVERIFY(insertScheme(QStringLiteral("bb"), QStringLiteral("''"), 0));
-    m_manager->setDebugLevel(1);
-    LogCapture log;
-    QCOMPARE(m_manager->loadTokens(10, 0), (QStringList{"a", "b", "c", "d"}));
-    QCOMPARE(m_manager->loadTokens(2, 1), (QStringList{"b", "c"}));
-    QCOMPARE(m_manager->loadTokens(5, 4), QStringList());
-    QCOMPARE(log.lines(QtDebugMsg).first(), QStringLiteral("DBManager::loadTokens(limit: 10, offset: 0)"));
-}
-
-void TestDBManager::maintenanceOrder()
-{
-    // NULL first by sid, then the oldest stamp; recent, inactive and 900 s old rows stay out.
     QVERIFY(m_info->exec(QStringLiteral(
-        "INSERT INTO `schemas` (sid, token, name, user, pass, status, maintenance) VALUES "
-        "(1, 'old', 'n', 'u', '', 1, UNIX_TIMESTAMP() - 5000), "
-        "(2, 'never2', 'n', 'u', '', 1, NULL), "
-        "(3, 'older', 'n', 'u', '', 1, UNIX_TIMESTAMP() - 9000), "
-        "(4, 'recent', 'n', 'u', '', 1, UNIX_TIMESTAMP() - 100), "
-        "(5, 'never5', 'n', 'u', '', 1, NULL), "
-        "(6, 'inactive', 'n', 'u', '', 0, NULL)")));
-    m_manager->setDebugLevel(1);
-    LogCapture log;
+        "INSERT INTO `schemas` (sid, token, name, user, pass, status, maintenance, recalc) VALUES "
+        "(1, 'old', 'db_old', 'u', '', 1, UNIX_TIMESTAMP() - 5000, 200), "
+        "(2, 'never2', 'db_one', 'u', '', 1, NULL, NULL), "
+        "(3, 'older', 'n', 'u', '', 1, UNIX_TIMESTAMP() - 9000, 100), "
+        "(4, 'recent', 'n', 'u', '', 1, UNIX_TIMESTAMP() - 100, 100), "
+        "(5, 'never5', 'n', 'u', '', 1, NULL, 300), "
+        "(6, 'inactive', 'db_two', 'u', '', 0, NULL, NULL), "
+        "(7, 'status2', 'n', 'u', '', 2, NULL, NULL)")));
+    // Active rows only, by token.
+    QCOMPARE(m_manager->loadTokens(10, 0), (QStringList{"never2", "never5", "old", "older", "recent"}));
+    QCOMPARE(m_manager->loadTokens(2, 1), (QStringList{"never5", "old"}));
+    QCOMPARE(m_manager->loadTokens(5, 5), QStringList());
+    // NULL first by sid, then the oldest stamp; recent rows stay out.
     QCOMPARE(m_manager->loadTokens4Maintenance(10), (QStringList{"never2", "never5", "older", "old"}));
     QCOMPARE(m_manager->loadTokens4Maintenance(1), QStringList{"never2"});
-    QCOMPARE(log.lines(QtDebugMsg).first(), QStringLiteral("DBManager::loadTokens4Maintenance( 10 )"));
+    QCOMPARE(m_manager->loadTokens4Recalculate(10), (QStringList{"never2", "older", "recent", "old", "never5"}));
+    QCOMPARE(m_manager->loadTokens4Recalculate(2), (QStringList{"never2", "older"}));
+    QCOMPARE(m_manager->loadTokenByName(QStringLiteral("db_one")), QStringLiteral("never2"));
+    QCOMPARE(m_manager->loadTokenByName(QStringLiteral("db_two")), QString());
+    QCOMPARE(m_manager->loadTokenByName(QStringLiteral("nothing")), QString());
+    QCOMPARE(m_manager->tokensCount(true), 5u);
+    QCOMPARE(m_manager->tokensCount(false), 1u);
 }
 
 void TestDBManager::maintenanceAgeIsStrict()
@@ -361,49 +296,16 @@ void TestDBManager::maintenanceAgeIsStrict()
     QFAIL("the clock ticked during every attempt");
 }
 
-void TestDBManager::recalculateOrder()
-{
-    QVERIFY(m_info->exec(QStringLiteral(
-        "INSERT INTO `schemas` (sid, token, name, user, pass, status, recalc) VALUES "
-        "(1, 'r200', 'n', 'u', '', 1, 200), (2, 'rnull', 'n', 'u', '', 1, NULL), "
-        "(3, 'r100', 'n', 'u', '', 1, 100), (4, 'r100b', 'n', 'u', '', 1, 100), "
-        "(5, 'rinactive', 'n', 'u', '', 0, 1)")));
-    QCOMPARE(m_manager->loadTokens4Recalculate(10), (QStringList{"rnull", "r100", "r100b", "r200"}));
-    QCOMPARE(m_manager->loadTokens4Recalculate(2), (QStringList{"rnull", "r100"}));
-}
-
-void TestDBManager::loadTokenByName()
-{
-    QVERIFY(insertScheme(QStringLiteral("tok-n1"), QStringLiteral("''"), 1, TestServer::user(), QStringLiteral("db_one")));
-    QVERIFY(insertScheme(QStringLiteral("tok-n2"), QStringLiteral("''"), 0, TestServer::user(), QStringLiteral("db_two")));
-    QCOMPARE(m_manager->loadTokenByName(QStringLiteral("db_one")), QStringLiteral("tok-n1"));
-    QCOMPARE(m_manager->loadTokenByName(QStringLiteral("db_two")), QString());
-    QCOMPARE(m_manager->loadTokenByName(QStringLiteral("nothing")), QString());
-}
-
-void TestDBManager::tokensCount()
-{
-    QVERIFY(insertScheme(QStringLiteral("c1"), QStringLiteral("''"), 1));
-    QVERIFY(insertScheme(QStringLiteral("c2"), QStringLiteral("''"), 1));
-    QVERIFY(insertScheme(QStringLiteral("c3"), QStringLiteral("''"), 0));
-    QVERIFY(insertScheme(QStringLiteral("c4"), QStringLiteral("''"), 2));
-    m_manager->setDebugLevel(1);
-    LogCapture log;
-    QCOMPARE(m_manager->tokensCount(true), 2u);
-    QCOMPARE(m_manager->tokensCount(false), 1u);
-    QCOMPARE(log.lines(QtDebugMsg), (QStringList{"DBManager::tokensCount(TRUE)", "DBManager::tokensCount(FALSE)"}));
-}
-
 void TestDBManager::maintenanceThrottle()
 {
+    const QString stamp = QStringLiteral("SELECT maintenance FROM `schemas` WHERE token = 'm1'");
     QVERIFY(insertScheme(QStringLiteral("m1"), QStringLiteral("''")));
     QVERIFY(m_manager->setMaintenance(QStringLiteral("m1")));
-    QVERIFY(!m_info->scalar(QStringLiteral("SELECT maintenance FROM `schemas` WHERE token = 'm1'")).isNull());
+    QVERIFY(!m_info->scalar(stamp).isNull());
     // Within the next second no UPDATE runs: the cleared stamp stays cleared.
     QVERIFY(m_info->exec(QStringLiteral("UPDATE `schemas` SET maintenance = NULL")));
     QVERIFY(m_manager->setMaintenance(QStringLiteral("m1")));
-    QVERIFY(m_info->scalar(QStringLiteral("SELECT maintenance FROM `schemas` WHERE token = 'm1'")).isNull());
-
+    QVERIFY(m_info->scalar(stamp).isNull());
     // An unknown token: false, then true from the throttle.
     QVERIFY(!m_manager->setMaintenance(QStringLiteral("unknown")));
     QVERIFY(m_manager->setMaintenance(QStringLiteral("unknown")));
@@ -419,11 +321,7 @@ void TestDBManager::maintenanceThrottleAfterFailure()
     QVERIFY(m_info->exec(QStringLiteral("ALTER TABLE `schemas` RENAME COLUMN maintenance_x TO maintenance")));
     QVERIFY(!first);
     QVERIFY(second);
-    const QStringList critical = log.lines(QtCriticalMsg);
-    QCOMPARE(critical.size(), 1);
-    QVERIFY2(critical.first().startsWith(
-                 QStringLiteral("DBManager:: cannot set maintenance for token \"m2\" !\nERROR: \"Unknown column")),
-             qPrintable(critical.first()));
+    QCOMPARE(log.lines(QtCriticalMsg).size(), 1);
 }
 
 void TestDBManager::setRecalc()
@@ -436,55 +334,31 @@ void TestDBManager::setRecalc()
     QCOMPARE(m_info->scalar(QStringLiteral("SELECT COUNT(*) FROM `schemas` WHERE recalc IS NOT NULL")).toInt(), 1);
 }
 
-void TestDBManager::autoCloseAndTokensCount()
-{
-    QVERIFY(insertScheme(QStringLiteral("ac"), QStringLiteral("''")));
-    m_manager->setAutoClose(true);
-    QCOMPARE(m_manager->loadTokens(10, 0), QStringList{"ac"});
-    QVERIFY(!m_manager->infoDB().isOpen());
-    // tokensCount does not reopen the InfoDB.
-    LogCapture log;
-    QCOMPARE(m_manager->tokensCount(true), 0u);
-    QCOMPARE(log.linesStartingWith(QtCriticalMsg, QStringLiteral("DBManager::tokensCount() - ERROR:")).size(), 1);
-    // The flag tells how the last open ended, not whether the InfoDB is open now.
-    QVERIFY(m_manager->isInfoDB());
-    m_manager->setAutoClose(false);
-    QCOMPARE(m_manager->loadTokens(10, 0), QStringList{"ac"});
-    QCOMPARE(m_manager->tokensCount(true), 1u);
-}
-
-void TestDBManager::masterConnectionsRefused_data()
+void TestDBManager::refusedByQueue_data()
 {
     QTest::addColumn<QString>("name");
-    QTest::newRow("zmt") << m_zmtConnection;
-    QTest::newRow("info") << m_infoConnection;
-    QTest::newRow("QHX.ZMTDB") << "QHX.ZMTDB";
-    QTest::newRow("default") << QString::fromLatin1(QSqlDatabase::defaultConnection);
+    QTest::addColumn<bool>("warned");
+    QTest::newRow("zmt") << m_zmtConnection << true;
+    QTest::newRow("info") << m_infoConnection << true;
+    QTest::newRow("QHX.ZMTDB") << "QHX.ZMTDB" << true;
+    QTest::newRow("default") << QString::fromLatin1(QSqlDatabase::defaultConnection) << true;
+    QTest::newRow("empty name") << QString() << false;
 }
 
-void TestDBManager::masterConnectionsRefused()
+void TestDBManager::refusedByQueue()
 {
     QFETCH(QString, name);
+    QFETCH(bool, warned);
     const bool existed = QSqlDatabase::contains(name);
     m_manager->setDebugLevel(1);
     LogCapture log;
     m_manager->addUnusedConnection(name);
     m_manager->removeUnusedConnections();
-    QCOMPARE(log.lines(QtWarningMsg),
-             QStringList{QStringLiteral("DBManager::addUnusedConnection() Master connection \"%1\" cannot add to unused "
-                                        "connections!").arg(name)});
+    const QString warning = QStringLiteral("DBManager::addUnusedConnection() Master connection \"%1\" cannot add to unused "
+                                           "connections!").arg(name);
+    QCOMPARE(log.lines(QtWarningMsg), warned ? QStringList{warning} : QStringList());
     QCOMPARE(removedNames(log), QStringList());
     QCOMPARE(QSqlDatabase::contains(name), existed);
-}
-
-void TestDBManager::emptyNameQueuesNothing()
-{
-    m_manager->setDebugLevel(1);
-    LogCapture log;
-    m_manager->addUnusedConnection(QString());
-    m_manager->removeUnusedConnections();
-    QCOMPARE(log.lines(QtDebugMsg), QStringList{QStringLiteral("DBManager::addUnusedConnection( \"\" )")});
-    QCOMPARE(log.lines(QtWarningMsg), QStringList());
 }
 
 void TestDBManager::duplicatesRemovedTwice()
@@ -497,9 +371,8 @@ void TestDBManager::duplicatesRemovedTwice()
     m_manager->removeUnusedConnections();
     QCOMPARE(removedNames(log), (QStringList{"probe.dup", "probe.dup"}));
     QVERIFY(!QSqlDatabase::contains(QStringLiteral("probe.dup")));
-    // The queue is empty afterwards.
     log.clear();
-    m_manager->removeUnusedConnections();
+    m_manager->removeUnusedConnections();  // the queue is empty afterwards
     QCOMPARE(removedNames(log), QStringList());
 }
 
@@ -512,7 +385,6 @@ void TestDBManager::activeConnectionForgotten()
     m_manager->removeUnusedConnections();
     QCOMPARE(log.lines(QtWarningMsg),
              QStringList{QStringLiteral("DBManager::removeUnusedConnections() - can't remove active connection \"probe.active\"")});
-    QVERIFY(QSqlDatabase::contains(QStringLiteral("probe.active")));
     // Refused once, forgotten: closing it does not bring it back into the queue.
     QSqlDatabase::database(QStringLiteral("probe.active"), false).close();
     log.clear();
@@ -536,19 +408,16 @@ void TestDBManager::queuedNameBecomesMaster()
 void TestDBManager::disabledListIsSilent()
 {
     QSqlDatabase::addDatabase(QStringLiteral("QMYSQL"), QStringLiteral("probe.off"));
-    m_manager->setDebugLevel(2);
+    m_manager->setDebugLevel(1);
     m_manager->addUnusedConnection(QStringLiteral("probe.off"));
     LogCapture log;
-    m_manager->setUnusedConnectionsEnabled(true);  // unchanged: nothing happens
     m_manager->setUnusedConnectionsEnabled(false);
     m_manager->addUnusedConnection(QStringLiteral("probe.off"));
     m_manager->addUnusedConnection(m_zmtConnection);
     m_manager->removeUnusedConnections();
-    QCOMPARE(log.lines(QtDebugMsg), QStringList{QStringLiteral("DBManager::setUnusedConnectionsEnabled( false )")});
     QCOMPARE(log.lines(QtWarningMsg), QStringList());
     // Switching off forgot the queued name; switching on again does not bring it back.
     m_manager->setUnusedConnectionsEnabled(true);
-    log.clear();
     m_manager->removeUnusedConnections();
     QCOMPARE(removedNames(log), QStringList());
     QVERIFY(QSqlDatabase::contains(QStringLiteral("probe.off")));
@@ -557,19 +426,12 @@ void TestDBManager::disabledListIsSilent()
 void TestDBManager::managerConnectionRemoved()
 {
     QVERIFY(insertScheme(QStringLiteral("tok-r"), QStringLiteral("'%1'").arg(m_goodPass)));
-    QString name;
-    {
-        QSqlDatabase db = m_manager->getDatabase(QStringLiteral("tok-r"));
-        name = db.connectionName();
-        db.close();
-    }
-    m_manager->setDebugLevel(2);
+    const QString name = m_manager->connectionNameFor(QStringLiteral("tok-r"));
+    m_manager->getDatabase(QStringLiteral("tok-r")).close();
+    m_manager->setDebugLevel(1);
     m_manager->addUnusedConnection(name);
     LogCapture log;
     m_manager->removeUnusedConnections();
-    QCOMPARE(log.lines(QtDebugMsg).first(),
-             QStringLiteral("DBManager::removeUnusedConnections() - master connections: \"%1\" \"%2\" \"%3\"")
-                 .arg(m_zmtConnection, m_infoConnection, QLatin1String(QSqlDatabase::defaultConnection)));
     QCOMPARE(removedNames(log), QStringList{name});
     QVERIFY(!m_manager->hasConnection(QStringLiteral("tok-r")));
     QVERIFY(!m_manager->isManagedConnection(QStringLiteral("tok-r")));

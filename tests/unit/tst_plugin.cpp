@@ -5,15 +5,12 @@
 #include "plugin/httppluginworker.h"
 #include "plugin/verinfointerface.h"
 
-#include <QLibrary>
 #include <QPluginLoader>
 #include <QSignalSpy>
 #include <QThread>
 #include <QtTest>
 
 namespace {
-
-const char *const kSignal = "recordCreated(QString,uint,QString,quint8)";
 
 // A worker has no meta-object in the interface headers; its signal is reached by name, as
 // the entrance handler's emit would reach it.
@@ -32,39 +29,30 @@ class TestPlugin : public QObject
 
 private slots:
     void initTestCase();
-    void metadata();
-    void entryPoints();
+    void metadataAndVersion();
     void casts_data();
     void casts();
-    void pathsAndVersion();
-    void verInfo();
     void buildStamp_data();
     void buildStamp();
-    void getWorkerGivesOneObject();
-    void getNewWorkerGivesNewObjects();
+    void workers();
     void recordCreatedReachesPluginOnce();
     void recordCreatedAcrossThreads();
 
 private:
-    QString m_file;
-    QPluginLoader m_loader;
+    QPluginLoader m_loader{QStringLiteral(WEBAPI_PLUGIN_DIR "/libwebapi.so")};
     QObject *m_instance = nullptr;
     HttpPluginInterface *m_plugin = nullptr;
 };
 
 void TestPlugin::initTestCase()
 {
-    m_file = QStringLiteral(WEBAPI_PLUGIN_DIR "/libwebapi.so");
-    QVERIFY2(QFile::exists(m_file), qPrintable(m_file));
-    m_loader.setFileName(m_file);
     QVERIFY2(m_loader.load(), qPrintable(m_loader.errorString()));
     m_instance = m_loader.instance();
-    QVERIFY(m_instance);
     m_plugin = qobject_cast<HttpPluginInterface *>(m_instance);
     QVERIFY(m_plugin);
 }
 
-void TestPlugin::metadata()
+void TestPlugin::metadataAndVersion()
 {
     QJsonObject meta = m_loader.metaData();
     // Qt's loader adds its own architecture key; everything else is the plug-in's.
@@ -77,15 +65,15 @@ void TestPlugin::metadata()
         {"MetaData", QJsonObject()},
     };
     QCOMPARE(meta, expected);
-}
 
-void TestPlugin::entryPoints()
-{
-    QLibrary library(m_file);
-    QVERIFY(library.resolve("qt_plugin_instance"));
-    QVERIFY(library.resolve("qt_plugin_query_metadata"));
-    // One instance per process.
-    QCOMPARE(m_loader.instance(), m_instance);
+    QCOMPARE(m_plugin->paths(), QStringList{QStringLiteral("/webapi")});
+    QCOMPARE(m_plugin->getVersion(), QStringLiteral("2.4.1"));
+    auto *verInfo = qobject_cast<VerInfoInterface *>(m_instance);
+    QVERIFY(verInfo);
+    QMap<QString, QString> info = verInfo->getVerInfo();
+    const QString build = info.take(QStringLiteral("BUILD"));
+    QVERIFY2(QDateTime::fromString(build, QStringLiteral("yyMMddhhmm")).isValid(), qPrintable(build));
+    QCOMPARE(info, (QMap<QString, QString>{{"VER", "2.4.1"}, {"vorixType", "PLG.WA"}, {"ZMTDB", "22.03.21"}}));
 }
 
 void TestPlugin::casts_data()
@@ -97,7 +85,6 @@ void TestPlugin::casts_data()
     QTest::newRow("version interface") << QByteArray("VerInfoInterface") << true;
     QTest::newRow("plug-in interface id") << QByteArray("com.norva-tek.qhx.HttpPluginInterface") << true;
     QTest::newRow("version interface id") << QByteArray("com.norva-tek.VerInfoInterface") << true;
-    QTest::newRow("QObject") << QByteArray("QObject") << true;
     QTest::newRow("unknown") << QByteArray("WebApiWorker") << false;
     QTest::newRow("case differs") << QByteArray("webapi") << false;
 }
@@ -109,28 +96,6 @@ void TestPlugin::casts()
     QCOMPARE(m_instance->qt_metacast(name.constData()) != nullptr, known);
 }
 
-void TestPlugin::pathsAndVersion()
-{
-    QCOMPARE(m_plugin->paths(), QStringList{QStringLiteral("/webapi")});
-    QCOMPARE(m_plugin->getVersion(), QStringLiteral("2.4.1"));
-    QCOMPARE(m_instance->metaObject()->className(), "WebAPI");
-    QVERIFY(m_instance->metaObject()->indexOfSignal(kSignal) >= 0);
-}
-
-void TestPlugin::verInfo()
-{
-    auto *verInfo = qobject_cast<VerInfoInterface *>(m_instance);
-    QVERIFY(verInfo);
-    const QMap<QString, QString> info = verInfo->getVerInfo();
-    QCOMPARE(info.keys(), (QStringList{"BUILD", "VER", "ZMTDB", "vorixType"}));
-    QCOMPARE(info.value("VER"), QStringLiteral("2.4.1"));
-    QCOMPARE(info.value("vorixType"), QStringLiteral("PLG.WA"));
-    QCOMPARE(info.value("ZMTDB"), QStringLiteral("22.03.21"));
-    const QString build = info.value("BUILD");
-    QVERIFY2(QRegularExpression(QStringLiteral("^\\d{10}$")).match(build).hasMatch(), qPrintable(build));
-    QVERIFY(QDateTime::fromString(build, QStringLiteral("yyMMddhhmm")).isValid());
-}
-
 void TestPlugin::buildStamp_data()
 {
     QTest::addColumn<QString>("date");
@@ -138,11 +103,8 @@ void TestPlugin::buildStamp_data()
     QTest::addColumn<QString>("stamp");
     QTest::newRow("sample") << "Apr 30 2024" << "15:43:02" << "2404301543";
     QTest::newRow("padded day") << "Apr  3 2024" << "09:05:59" << "2404030905";
-    QTest::newRow("midnight") << "Jan  1 2025" << "00:00:00" << "2501010000";
-    QTest::newRow("garbage date") << "garbage" << "15:43:02" << "";
     QTest::newRow("garbage time") << "Apr 30 2024" << "quarter past" << "";
     QTest::newRow("local month name") << "Dub 30 2024" << "15:43:02" << "";
-    QTest::newRow("empty") << "" << "" << "";
 }
 
 void TestPlugin::buildStamp()
@@ -153,27 +115,18 @@ void TestPlugin::buildStamp()
     QCOMPARE(::buildStamp(date, time), stamp);
 }
 
-void TestPlugin::getWorkerGivesOneObject()
+void TestPlugin::workers()
 {
     HttpPluginWorker *first = m_plugin->getWorker();
-    QVERIFY(first);
+    QVERIFY(first && first->isReady());
     QCOMPARE(m_plugin->getWorker(), first);
     QCOMPARE(first->parent(), m_instance);
-    QVERIFY(first->isReady());
-    QCOMPARE(first->metaObject()->className(), "WebApiWorker");
-}
 
-void TestPlugin::getNewWorkerGivesNewObjects()
-{
     QObject owner;
-    HttpPluginWorker *a = m_plugin->getNewWorker(&owner);
-    HttpPluginWorker *b = m_plugin->getNewWorker(nullptr);
-    QScopedPointer<HttpPluginWorker> ownB(b);
-    QVERIFY(a && b);
-    QVERIFY(a != b);
-    QVERIFY(a != m_plugin->getWorker());
-    QCOMPARE(a->parent(), &owner);
-    QCOMPARE(b->parent(), nullptr);
+    HttpPluginWorker *owned = m_plugin->getNewWorker(&owner);
+    QScopedPointer<HttpPluginWorker> free(m_plugin->getNewWorker(nullptr));
+    QVERIFY(owned && free && owned != free.data() && owned != first);
+    QCOMPARE(owned->parent(), &owner);
 }
 
 void TestPlugin::recordCreatedReachesPluginOnce()
@@ -189,12 +142,9 @@ void TestPlugin::recordCreatedReachesPluginOnce()
 
     // Each new worker is connected once.
     QScopedPointer<HttpPluginWorker> a(m_plugin->getNewWorker(nullptr));
-    QScopedPointer<HttpPluginWorker> b(m_plugin->getNewWorker(nullptr));
     QVERIFY(emitRecordCreated(a.data(), Qt::DirectConnection, 1));
-    QVERIFY(emitRecordCreated(b.data(), Qt::DirectConnection, 2));
-    QCOMPARE(spy.count(), 3);
+    QCOMPARE(spy.count(), 2);
     QCOMPARE(spy.at(1).at(1).toUInt(), 1u);
-    QCOMPARE(spy.at(2).at(1).toUInt(), 2u);
 }
 
 void TestPlugin::recordCreatedAcrossThreads()

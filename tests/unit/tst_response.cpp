@@ -6,23 +6,6 @@
 
 #include <QtTest>
 
-namespace {
-
-RequestHeader headerWith(bool develEnv, quint8 debugLevel = 0)
-{
-    RequestHeader header;
-    header.develEnv = develEnv;
-    header.debugLevel = debugLevel;
-    return header;
-}
-
-QVariantMap bodyOf(Response &response)
-{
-    return HttpReply::parse(response.renderResponse(true)).json().toVariant().toMap();
-}
-
-} // namespace
-
 class TestResponse : public QObject
 {
     Q_OBJECT
@@ -33,15 +16,10 @@ private slots:
     void catalogue_data();
     void catalogue();
     void errorListFollowsDeclarationOrder();
-    void freshResponseIsEmptyObject();
-    void setDataInvalidKeepsBody();
-    void setDataAfterErrorKeepsStatus();
     void errorBodies_data();
     void errorBodies();
-    void statusOutsideRangeIsIgnored_data();
-    void statusOutsideRangeIsIgnored();
+    void dataAfterErrorKeepsStatus();
     void renderedBytes();
-    void renderWithoutHead();
     void invalidUtf8KeepsFaultyBody();
     void renderLogLine_data();
     void renderLogLine();
@@ -52,30 +30,21 @@ void TestResponse::statusNames_data()
     QTest::addColumn<int>("status");
     QTest::addColumn<QString>("name");
 
-    const QList<QByteArray> rows = testData(QStringLiteral("response/status-names.txt")).split('\n');
     int count = 0;
-    for (const QByteArray &row : rows) {
-        if (row.isEmpty())
-            continue;
+    for (const QByteArray &row : testData(QStringLiteral("response/status-names.txt")).trimmed().split('\n')) {
         const int blank = row.indexOf(' ');
         QTest::newRow(row.constData()) << row.left(blank).toInt() << QString::fromUtf8(row.mid(blank + 1));
         ++count;
     }
     QCOMPARE(count, 63);
     // Statuses outside the table take the name of their class.
-    QTest::newRow("150 class") << 150 << "Information";
     QTest::newRow("199 class") << 199 << "Information";
     QTest::newRow("250 class") << 250 << "Success";
     QTest::newRow("306 class") << 306 << "Redirect";
     QTest::newRow("419 class") << 419 << "Client Error";
-    QTest::newRow("498 class") << 498 << "Client Error";
-    QTest::newRow("509 class") << 509 << "Server Error";
     QTest::newRow("598 class") << 598 << "Server Error";
     QTest::newRow("600") << 600 << "Unknown";
     QTest::newRow("99") << 99 << "Unknown";
-    QTest::newRow("0") << 0 << "Unknown";
-    QTest::newRow("-200") << -200 << "Unknown";
-    QTest::newRow("1000") << 1000 << "Unknown";
 }
 
 void TestResponse::statusNames()
@@ -91,15 +60,12 @@ void TestResponse::catalogue_data()
     QTest::addColumn<int>("status");
     QTest::addColumn<QString>("message");
 
-    for (const QByteArray &row : testData(QStringLiteral("response/catalogue.tsv")).split('\n')) {
+    for (const QByteArray &row : testData(QStringLiteral("response/catalogue.tsv")).trimmed().split('\n')) {
         const QList<QByteArray> cells = row.split('\t');
-        if (cells.size() == 4)
-            QTest::newRow(cells.at(2).constData()) << cells.at(0).toUInt() << cells.at(1).toInt()
-                                                   << QString::fromUtf8(cells.at(3));
+        QTest::newRow(cells.at(2).constData()) << cells.at(0).toUInt() << cells.at(1).toInt()
+                                               << QString::fromUtf8(cells.at(3));
     }
     QTest::newRow("unknown 0") << 0u << 400 << "Unknown error";
-    QTest::newRow("unknown 404") << 404u << 400 << "Unknown error";
-    QTest::newRow("unknown 100000") << 100000u << 400 << "Unknown error";
     QTest::newRow("unknown 100505") << 100505u << 400 << "Unknown error";
 }
 
@@ -108,63 +74,27 @@ void TestResponse::catalogue()
     QFETCH(uint, code);
     QFETCH(int, status);
     QFETCH(QString, message);
-    QCOMPARE(Response::errorMessage(code), message);
-    QCOMPARE(int(Response::httpStatusForError(code)), status);
 
     // setError without an argument keeps the markers; the body carries the message.
     Response response{RequestHeader()};
     response.setError(code);
     QCOMPARE(response.errorCode(), int(code));
     QCOMPARE(int(response.status()), status);
-    const QVariantMap body = response.data().toMap();
-    QCOMPARE(body.value(QStringLiteral("code")).toUInt(), code);
-    QCOMPARE(body.value(QStringLiteral("message")).toString(), message);
-    QCOMPARE(body.size(), 2);
+    QCOMPARE(response.data().toMap(), (QVariantMap{{"code", code}, {"message", message}}));
 }
 
 void TestResponse::errorListFollowsDeclarationOrder()
 {
-    const QVariantList list = Response::errorList().toList();
-    QCOMPARE(list.size(), 28);
-    const QList<QByteArray> rows = testData(QStringLiteral("response/catalogue.tsv")).trimmed().split('\n');
-    QCOMPARE(rows.size(), 28);
-    for (int i = 0; i < rows.size(); ++i) {
-        const QList<QByteArray> cells = rows.at(i).split('\t');
-        const QVariantMap row = list.at(i).toMap();
-        QCOMPARE(row.keys(), (QStringList{"code", "message", "statusCode", "statusName"}));
-        QCOMPARE(row.value("code").toInt(), cells.at(0).toInt());
-        QCOMPARE(row.value("statusCode").toInt(), cells.at(1).toInt());
-        QCOMPARE(row.value("message").toString(), QString::fromUtf8(cells.at(3)));
-        QCOMPARE(row.value("statusName").toString(), httpStatusName(cells.at(1).toInt()));
+    QVariantList expected;
+    for (const QByteArray &row : testData(QStringLiteral("response/catalogue.tsv")).trimmed().split('\n')) {
+        const QList<QByteArray> cells = row.split('\t');
+        expected << QVariantMap{{"code", cells.at(0).toInt()}, {"statusCode", cells.at(1).toInt()},
+                                {"message", QString::fromUtf8(cells.at(3))},
+                                {"statusName", httpStatusName(cells.at(1).toInt())}};
     }
-}
-
-void TestResponse::freshResponseIsEmptyObject()
-{
-    Response response{RequestHeader()};
-    COMPARE_EXPECTED(maskTms(response.renderResponse(true)), QStringLiteral("response/fresh.http"));
-    QCOMPARE(response.errorCode(), 0);
-}
-
-void TestResponse::setDataInvalidKeepsBody()
-{
-    Response response{RequestHeader()};
-    response.setData(QVariantList{1, 2});
-    response.setData(QVariant());
-    QCOMPARE(response.data(), QVariant(QVariantList{1, 2}));
-    // Each valid call replaces the whole body.
-    response.setData(QVariantMap{{"a", 1}});
-    QCOMPARE(response.data(), QVariant(QVariantMap{{"a", 1}}));
-}
-
-void TestResponse::setDataAfterErrorKeepsStatus()
-{
-    Response response{RequestHeader()};
-    response.setError(Response::RE_NoPerson);
-    response.setData(QVariantMap{{"uid", 7}});
-    QCOMPARE(int(response.status()), 404);
-    QCOMPARE(response.errorCode(), int(Response::RE_NoPerson));
-    QCOMPARE(bodyOf(response), (QVariantMap{{"uid", 7}}));
+    QCOMPARE(expected.size(), 28);
+    // Through JSON, as the GET response-errors body carries it.
+    QCOMPARE(QJsonDocument::fromVariant(Response::errorList()), QJsonDocument::fromVariant(expected));
 }
 
 void TestResponse::errorBodies_data()
@@ -182,13 +112,12 @@ void TestResponse::errorBodies_data()
     QTest::newRow("sql error shown") << true << 2 << sql << QStringList{dbText} << 500
                                      << "SQL Error: 'Table 'x.term' doesn't exist'";
     QTest::newRow("sql error without argument") << false << 1 << sql << QStringList() << 500 << "SQL Error: '%1'";
-    QTest::newRow("marker stays") << false << 1 << uint(Response::RE_BadMethod) << QStringList() << 405
-                                  << "Method '%1' is not allowed!";
     QTest::newRow("one argument") << false << 2 << uint(Response::RE_BadMethod) << QStringList{"PUT"} << 405
                                   << "Method 'PUT' is not allowed!";
     QTest::newRow("two arguments, percent in the first")
         << false << 3 << uint(Response::RE_JsonParseError) << QStringList{"bad %2 value", "17"} << 400
         << "JSON parse error 'bad %2 value' at 17";
+    // Codes 500-599 hide their text outside the development environment.
     QTest::newRow("code 500 hidden") << false << 0 << 500u << QStringList{"photo decode failed", "400"} << 400
                                      << QString();
     QTest::newRow("code 500 shown") << true << 0 << 500u << QStringList{"photo decode failed", "400"} << 400
@@ -196,6 +125,10 @@ void TestResponse::errorBodies_data()
     QTest::newRow("code 599 hidden") << false << 0 << 599u << QStringList{"x", "500"} << 500 << QString();
     QTest::newRow("code 600 shown") << false << 0 << 600u << QStringList{"x", "500"} << 500 << "x";
     QTest::newRow("code 499 shown") << false << 0 << 499u << QStringList{"x", "500"} << 500 << "x";
+    // A status outside 100-599 is ignored.
+    QTest::newRow("status 600") << false << 0 << 4242u << QStringList{"odd", "600"} << 200 << "odd";
+    QTest::newRow("status 99") << false << 0 << 4242u << QStringList{"odd", "99"} << 200 << "odd";
+    QTest::newRow("status 599") << false << 0 << 4242u << QStringList{"odd", "599"} << 599 << "odd";
 }
 
 void TestResponse::errorBodies()
@@ -207,7 +140,9 @@ void TestResponse::errorBodies()
     QFETCH(int, status);
     QFETCH(QString, message);
 
-    Response response(headerWith(develEnv));
+    RequestHeader header;
+    header.develEnv = develEnv;
+    Response response(header);
     response.setData(QVariantMap{{"earlier", true}});
     switch (form) {
     case 0: response.setErrorBody(args.at(0), code, quint16(args.at(1).toUInt())); break;
@@ -224,29 +159,22 @@ void TestResponse::errorBodies()
     QCOMPARE(response.errorCode(), int(code));
 }
 
-void TestResponse::statusOutsideRangeIsIgnored_data()
+void TestResponse::dataAfterErrorKeepsStatus()
 {
-    QTest::addColumn<int>("given");
-    QTest::addColumn<int>("status");
-    QTest::newRow("600") << 600 << 200;
-    QTest::newRow("99") << 99 << 200;
-    QTest::newRow("0") << 0 << 200;
-    QTest::newRow("100") << 100 << 100;
-    QTest::newRow("599") << 599 << 599;
-}
-
-void TestResponse::statusOutsideRangeIsIgnored()
-{
-    QFETCH(int, given);
-    QFETCH(int, status);
     Response response{RequestHeader()};
-    response.setErrorBody(QStringLiteral("odd"), 4242, quint16(given));
-    QCOMPARE(int(response.status()), status);
-    QCOMPARE(response.data().toMap().value(QStringLiteral("code")).toInt(), 4242);
+    response.setError(Response::RE_NoPerson);
+    response.setData(QVariantMap{{"uid", 7}});
+    response.setData(QVariant());  // an invalid value keeps the body
+    QCOMPARE(int(response.status()), 404);
+    QCOMPARE(response.errorCode(), int(Response::RE_NoPerson));
+    QCOMPARE(HttpReply::parse(response.renderResponse(true)).json().toVariant().toMap(), (QVariantMap{{"uid", 7}}));
 }
 
 void TestResponse::renderedBytes()
 {
+    Response fresh{RequestHeader()};
+    COMPARE_EXPECTED(maskTms(fresh.renderResponse(true)), QStringLiteral("response/fresh.http"));
+
     // Extra headers in key order (COUNT before TMS and VER), a '%' and non-ASCII text kept,
     // Content-Length in bytes.
     Response response{RequestHeader()};
@@ -256,19 +184,12 @@ void TestResponse::renderedBytes()
     response.setData(QVariantList{QVariantMap{{"name", QStringLiteral("Příliš žluťoučký %1 %2")}, {"uid", 1}},
                                   QVariantMap{{"name", QStringLiteral("100%")}, {"uid", 2}}});
     const QByteArray raw = response.renderResponse(true);
-    QVERIFY(HttpReply::parse(raw).valid);
     COMPARE_EXPECTED(maskTms(raw), QStringLiteral("response/list.http"));
-
     // The stamp is the time of rendering.
     const qint64 tms = HttpReply::parse(raw).header("X-WEBAPI-TMS").toLongLong();
     QVERIFY(qAbs(tms - QDateTime::currentSecsSinceEpoch()) <= 1);
-}
-
-void TestResponse::renderWithoutHead()
-{
-    Response response{RequestHeader()};
-    response.setData(QVariantMap{{"b", 2}, {"a", 1}});
-    QCOMPARE(response.renderResponse(false), QByteArray("{\n    \"a\": 1,\n    \"b\": 2\n}\n"));
+    // Without the head: the body alone.
+    QCOMPARE(response.renderResponse(false), raw.mid(raw.indexOf("\r\n\r\n") + 4));
 }
 
 void TestResponse::invalidUtf8KeepsFaultyBody()
@@ -284,8 +205,7 @@ void TestResponse::invalidUtf8KeepsFaultyBody()
     };
     FaultyResponse response{RequestHeader()};
     LogCapture log;
-    const QByteArray raw = response.renderResponse(true);
-    COMPARE_EXPECTED(maskTms(raw), QStringLiteral("response/invalid-utf8.http"));
+    COMPARE_EXPECTED(maskTms(response.renderResponse(true)), QStringLiteral("response/invalid-utf8.http"));
     QCOMPARE(response.errorCode(), int(Response::RE_BadJsonEncoding));
     QCOMPARE(log.lines(QtWarningMsg),
              QStringList{QStringLiteral("Response::renderResponse: Not a valid UTF-8 sequence, invalid chars: 1")});
@@ -301,8 +221,6 @@ void TestResponse::renderLogLine_data()
     QTest::newRow("level 1, no error") << 1 << 0u << QString();
     QTest::newRow("level 1, error cut to 16 bits") << 1 << uint(Response::RE_Unauthorized)
                                                    << "Response::renderResponse(1) err: -31071";
-    // 65536 has zero low bits: level 1 stays silent.
-    QTest::newRow("level 1, low bits zero") << 1 << 65536u << QString();
     QTest::newRow("level 2, no error") << 2 << 0u << "Response::renderResponse(1) err: 0";
 }
 
@@ -312,7 +230,9 @@ void TestResponse::renderLogLine()
     QFETCH(uint, code);
     QFETCH(QString, line);
 
-    Response response(headerWith(false, quint8(debugLevel)));
+    RequestHeader header;
+    header.debugLevel = quint8(debugLevel);
+    Response response(header);
     if (code)
         response.setErrorBody(QStringLiteral("x"), code, 400);
     LogCapture log;

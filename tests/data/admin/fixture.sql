@@ -115,3 +115,14 @@ INSERT INTO atten_data (id, uid, iid, `from`, duration, del) VALUES
     (14, 1, 2, UNIX_TIMESTAMP('2024-04-30 10:00:00'), 3600, 0),
     (15, 8, 4, UNIX_TIMESTAMP('2024-06-01 00:00:00'), 3600, 0),
     (16, 1, 2, UNIX_TIMESTAMP('2024-02-29 10:00:00'), 3600, 0);
+
+-- Person 1 today, yesterday, this month and last month, so that relative filters find rows.
+INSERT INTO atten (uid, date, work, diff, shift) VALUES
+    (1, UNIX_TIMESTAMP(CURDATE()), 28800, 3600, 6),
+    (1, UNIX_TIMESTAMP(CURDATE() - INTERVAL 1 DAY), 14400, -3600, 6);
+INSERT INTO atten_month (month, uid, work, diff) VALUES
+    (DATE_FORMAT(CURDATE(), '%Y%m'), 1, 360000, 0),
+    (DATE_FORMAT(CURDATE() - INTERVAL 1 MONTH, '%Y%m'), 1, 180000, 0);
+INSERT INTO atten_data (uid, iid, `from`, duration, del) VALUES
+    (1, 2, UNIX_TIMESTAMP(CURDATE()) + 36000, 3600, 0),
+    (1, 4, UNIX_TIMESTAMP(CURDATE() - INTERVAL 1 DAY), 7200, 0);
