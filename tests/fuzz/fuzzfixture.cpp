@@ -2,6 +2,7 @@
 
 #include "support/apifixture.h"
 #include "support/hostprocess.h"
+#include "worker/webapiworker.h"
 
 #include <QCoreApplication>
 #include <QUrl>
