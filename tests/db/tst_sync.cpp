@@ -20,11 +20,8 @@ private slots:
     void feed();
     void inactiveTerminalIsStillOnline();
     void readingTwiceChangesNothing();
-    void failedSectionStandsEmpty();
     void acknowledge_data();
     void acknowledge();
-    void raiseSyn();
-    void colorGroups();
 
 private:
     // The feed's response text with the stamps of this run masked: full rows carry the
@@ -122,20 +119,6 @@ void TestSync::readingTwiceChangesNothing()
     QCOMPARE(termColumn(2, QStringLiteral("syn")), 479u);
 }
 
-void TestSync::failedSectionStandsEmpty()
-{
-    QVERIFY(m_fx->customer().exec(QStringLiteral("RENAME TABLE zones TO zones_away")));
-    const bool delivered = m_worker->dbGetSync(2, false);
-    QVERIFY(m_fx->customer().exec(QStringLiteral("RENAME TABLE zones_away TO zones")));
-    QVERIFY(delivered);
-    QCOMPARE(m_worker->response()->errorCode(), int(Response::RE_SQLError));
-    const QVariantMap feed = m_worker->response()->data().toMap();
-    const QVariantMap timezones = feed.value(QStringLiteral("timezones")).toMap();
-    QVERIFY(timezones.contains(QStringLiteral("zones")));
-    QVERIFY(!timezones.value(QStringLiteral("zones")).isValid());
-    QVERIFY(!timezones.value(QStringLiteral("pzt")).isValid());
-    QCOMPARE(feed.value(QStringLiteral("people")).toMap().size(), 2);
-}
 
 void TestSync::acknowledge_data()
 {
@@ -169,22 +152,7 @@ void TestSync::acknowledge()
     QCOMPARE(m_worker->response()->errorCode(), 0);
 }
 
-void TestSync::raiseSyn()
-{
-    QVERIFY(m_worker->dbSetTermSyn(1, 64));
-    QCOMPARE(termColumn(1, QStringLiteral("syn")), 64u);
-    QVERIFY(!m_worker->dbSetTermSyn(1, 64));    // already raised: no row changed
-    QVERIFY(!m_worker->dbSetTermSyn(3, 1));     // switched off
-    QCOMPARE(termColumn(3, QStringLiteral("syn")), 20u);
-}
 
-void TestSync::colorGroups()
-{
-    QCOMPARE(m_worker->dbGetColorGroups(), QStringLiteral("7:#ff0000,5:#00ff00"));
-    QVERIFY(m_fx->customer().exec(QStringLiteral("DELETE FROM vars WHERE name = 'colorGroups'")));
-    QCOMPARE(m_worker->dbGetColorGroups(), QString());
-    QCOMPARE(m_worker->response()->errorCode(), 0);
-}
 
 QTEST_GUILESS_MAIN(TestSync)
 #include "tst_sync.moc"

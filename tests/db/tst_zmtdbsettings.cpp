@@ -21,7 +21,6 @@ private slots:
     void deleteByNameAndPrefix();
     void getMultiple();
     void quoteInNameTakesFailurePath();
-    void closedHandle();
 
 private:
     QMap<QString, QVariant> stored();
@@ -165,15 +164,6 @@ void TestZmtDbSettings::quoteInNameTakesFailurePath()
     QCOMPARE(stored().size(), 6);
 }
 
-void TestZmtDbSettings::closedHandle()
-{
-    ZmtDbSettings unopened;
-    QTest::ignoreMessage(QtCriticalMsg, QRegularExpression(QStringLiteral("^ZmtDbSettings Database Error: \".+\"$")));
-    QVERIFY(!unopened.open());
-    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("QSqlQuery::exec: database not open")));
-    expectSqlError("ZmtDbSettings::variableGet - SQL ERROR:");
-    QCOMPARE(unopened.variableGet(QStringLiteral("grp.red"), 7).toInt(), 7);
-}
 
 QTEST_GUILESS_MAIN(TestZmtDbSettings)
 #include "tst_zmtdbsettings.moc"
