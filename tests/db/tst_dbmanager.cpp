@@ -40,10 +40,8 @@ private slots:
     void maintenanceThrottle();
     void refusedByQueue_data();
     void refusedByQueue();
-    void duplicatesRemovedTwice();
-    void activeConnectionForgotten();
-    void queuedNameBecomesMaster();
-    void disabledListIsSilent();
+    void unusedQueue_data();
+    void unusedQueue();
     void managerConnectionRemoved();
 
 private:
@@ -290,66 +288,49 @@ void TestDBManager::refusedByQueue()
     QCOMPARE(QSqlDatabase::contains(name), existed);
 }
 
-void TestDBManager::duplicatesRemovedTwice()
+
+
+
+
+void TestDBManager::unusedQueue_data()
 {
-    QSqlDatabase::addDatabase(QStringLiteral("QMYSQL"), QStringLiteral("probe.dup"));
-    m_manager->setDebugLevel(1);
-    m_manager->addUnusedConnection(QStringLiteral("probe.dup"));
-    m_manager->addUnusedConnection(QStringLiteral("probe.dup"));
-    LogCapture log;
-    m_manager->removeUnusedConnections();
-    QCOMPARE(removedNames(log), (QStringList{"probe.dup", "probe.dup"}));
-    QVERIFY(!QSqlDatabase::contains(QStringLiteral("probe.dup")));
-    log.clear();
-    m_manager->removeUnusedConnections();  // the queue is empty afterwards
-    QCOMPARE(removedNames(log), QStringList());
+    QTest::addColumn<bool>("open");
+    QTest::addColumn<int>("adds");
+    QTest::addColumn<QString>("twist");
+    QTest::addColumn<QStringList>("removed");
+
+    QTest::newRow("queued twice, removed twice") << false << 2 << "" << QStringList{"probe.q", "probe.q"};
+    // Refused once and forgotten: closing it later does not bring it back.
+    QTest::newRow("active is forgotten") << true << 1 << "" << QStringList();
+    QTest::newRow("queued name became master") << false << 1 << "master" << QStringList();
+    // Switching the list off forgets the queue; switching on again does not restore it.
+    QTest::newRow("list switched off") << false << 1 << "off" << QStringList();
 }
 
-void TestDBManager::activeConnectionForgotten()
+void TestDBManager::unusedQueue()
 {
-    QVERIFY(TestServer::connect(QStringLiteral("probe.active")).isOpen());
+    QFETCH(bool, open);
+    QFETCH(int, adds);
+    QFETCH(QString, twist);
+    QFETCH(QStringList, removed);
+    const QString name = QStringLiteral("probe.q");
+    QSqlDatabase db = open ? TestServer::connect(name) : QSqlDatabase::addDatabase(QStringLiteral("QMYSQL"), name);
     m_manager->setDebugLevel(1);
-    m_manager->addUnusedConnection(QStringLiteral("probe.active"));
+    for (int i = 0; i < adds; ++i)
+        m_manager->addUnusedConnection(name);
+    if (twist == QLatin1String("master"))
+        m_manager->setZmtDB(db);
+    if (twist == QLatin1String("off")) {
+        m_manager->setUnusedConnectionsEnabled(false);
+        m_manager->addUnusedConnection(name);
+        m_manager->setUnusedConnectionsEnabled(true);
+    }
     LogCapture log;
     m_manager->removeUnusedConnections();
-    QCOMPARE(log.lines(QtWarningMsg),
-             QStringList{QStringLiteral("DBManager::removeUnusedConnections() - can't remove active connection \"probe.active\"")});
-    // Refused once, forgotten: closing it does not bring it back into the queue.
-    QSqlDatabase::database(QStringLiteral("probe.active"), false).close();
-    log.clear();
+    db.close();
     m_manager->removeUnusedConnections();
-    QCOMPARE(removedNames(log), QStringList());
-    QVERIFY(QSqlDatabase::contains(QStringLiteral("probe.active")));
-}
-
-void TestDBManager::queuedNameBecomesMaster()
-{
-    QSqlDatabase later = QSqlDatabase::addDatabase(QStringLiteral("QMYSQL"), QStringLiteral("probe.master"));
-    m_manager->addUnusedConnection(QStringLiteral("probe.master"));
-    m_manager->setZmtDB(later);
-    LogCapture log;
-    m_manager->removeUnusedConnections();
-    QCOMPARE(log.lines(QtWarningMsg),
-             QStringList{QStringLiteral("DBManager::removeUnusedConnections() - cannot remove master connection \"probe.master\"")});
-    QVERIFY(QSqlDatabase::contains(QStringLiteral("probe.master")));
-}
-
-void TestDBManager::disabledListIsSilent()
-{
-    QSqlDatabase::addDatabase(QStringLiteral("QMYSQL"), QStringLiteral("probe.off"));
-    m_manager->setDebugLevel(1);
-    m_manager->addUnusedConnection(QStringLiteral("probe.off"));
-    LogCapture log;
-    m_manager->setUnusedConnectionsEnabled(false);
-    m_manager->addUnusedConnection(QStringLiteral("probe.off"));
-    m_manager->addUnusedConnection(m_zmtConnection);
-    m_manager->removeUnusedConnections();
-    QCOMPARE(log.lines(QtWarningMsg), QStringList());
-    // Switching off forgot the queued name; switching on again does not bring it back.
-    m_manager->setUnusedConnectionsEnabled(true);
-    m_manager->removeUnusedConnections();
-    QCOMPARE(removedNames(log), QStringList());
-    QVERIFY(QSqlDatabase::contains(QStringLiteral("probe.off")));
+    QCOMPARE(removedNames(log), removed);
+    QCOMPARE(QSqlDatabase::contains(name), removed.isEmpty());
 }
 
 void TestDBManager::managerConnectionRemoved()
