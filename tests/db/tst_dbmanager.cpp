@@ -314,12 +314,15 @@ void TestDBManager::unusedQueue()
     QFETCH(QString, twist);
     QFETCH(QStringList, removed);
     const QString name = QStringLiteral("probe.q");
-    QSqlDatabase db = open ? TestServer::connect(name) : QSqlDatabase::addDatabase(QStringLiteral("QMYSQL"), name);
+    if (open)
+        QVERIFY(TestServer::connect(name).isOpen());
+    else
+        QSqlDatabase::addDatabase(QStringLiteral("QMYSQL"), name);
     m_manager->setDebugLevel(1);
     for (int i = 0; i < adds; ++i)
         m_manager->addUnusedConnection(name);
     if (twist == QLatin1String("master"))
-        m_manager->setZmtDB(db);
+        m_manager->setZmtDB(QSqlDatabase::database(name, false));
     if (twist == QLatin1String("off")) {
         m_manager->setUnusedConnectionsEnabled(false);
         m_manager->addUnusedConnection(name);
@@ -327,7 +330,7 @@ void TestDBManager::unusedQueue()
     }
     LogCapture log;
     m_manager->removeUnusedConnections();
-    db.close();
+    QSqlDatabase::database(name, false).close();
     m_manager->removeUnusedConnections();
     QCOMPARE(removedNames(log), removed);
     QCOMPARE(QSqlDatabase::contains(name), removed.isEmpty());
