@@ -36,7 +36,6 @@ private slots:
     void noUsableSchemeGivesDefault();
     void passwordCutAtNul();
     void tokenLists();
-    void maintenanceAgeIsStrict();
     void maintenanceThrottle();
     void refusedByQueue_data();
     void refusedByQueue();
@@ -148,13 +147,6 @@ void TestDBManager::connectionPerThreadAndToken()
     QVERIFY(thread->wait(30000));
     QVERIFY(otherOpen);
     QVERIFY(otherName != name && otherName.endsWith(QLatin1String("_dbc_tok-a")));
-
-    // Without the row, the thread's connection is still found, and reopened.
-    db.close();
-    QVERIFY(m_info->exec(QStringLiteral("DELETE FROM `schemas`")));
-    const QSqlDatabase again = m_manager->getDatabase(QStringLiteral("tok-a"));
-    QCOMPARE(again.connectionName(), name);
-    QVERIFY(again.isOpen());
 }
 
 void TestDBManager::noUsableSchemeGivesDefault_data()
@@ -225,24 +217,6 @@ void TestDBManager::tokenLists()
     QCOMPARE(m_manager->tokensCount(false), 1u);
 }
 
-void TestDBManager::maintenanceAgeIsStrict()
-{
-    QVERIFY(insertScheme(QStringLiteral("edge"), QStringLiteral("''")));
-    QVERIFY(insertScheme(QStringLiteral("over"), QStringLiteral("''")));
-    // The server's clock decides; retry when a second boundary fell between stamp and query.
-    for (int attempt = 0; attempt < 5; ++attempt) {
-        const qint64 now = m_info->scalar(QStringLiteral("SELECT UNIX_TIMESTAMP()")).toLongLong();
-        QVERIFY(m_info->exec(QStringLiteral("UPDATE `schemas` SET maintenance = IF(token = 'edge', %1, %2)")
-                                 .arg(now - 900)
-                                 .arg(now - 901)));
-        const QStringList due = m_manager->loadTokens4Maintenance(10);
-        if (m_info->scalar(QStringLiteral("SELECT UNIX_TIMESTAMP()")).toLongLong() != now)
-            continue;
-        QCOMPARE(due, QStringList{"over"});
-        return;
-    }
-    QFAIL("the clock ticked during every attempt");
-}
 
 void TestDBManager::maintenanceThrottle()
 {

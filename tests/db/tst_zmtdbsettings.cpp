@@ -67,7 +67,6 @@ void TestZmtDbSettings::get_data()
 
     QTest::newRow("stored") << "grp.red" << QVariant(QStringLiteral("1"));
     QTest::newRow("missing gives default") << "nothing" << QVariant(QStringLiteral("default"));
-    QTest::newRow("prefix is no match") << "grp" << QVariant(QStringLiteral("default"));
 }
 
 void TestZmtDbSettings::get()
