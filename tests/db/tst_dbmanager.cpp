@@ -240,8 +240,6 @@ void TestDBManager::refusedByQueue_data()
     QTest::addColumn<QString>("name");
     QTest::addColumn<bool>("warned");
     QTest::newRow("zmt") << m_zmtConnection << true;
-    QTest::newRow("info") << m_infoConnection << true;
-    QTest::newRow("QHX.ZMTDB") << "QHX.ZMTDB" << true;
     QTest::newRow("default") << QString::fromLatin1(QSqlDatabase::defaultConnection) << true;
     QTest::newRow("empty name") << QString() << false;
 }

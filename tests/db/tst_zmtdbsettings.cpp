@@ -13,8 +13,6 @@ class TestZmtDbSettings : public QObject
 private slots:
     void initTestCase();
     void init();
-    void get_data();
-    void get();
     void setReplacesAndAdds();
     void setManyGoesOnPastAFailure();
     void deleteByNameAndPrefix_data();
@@ -60,21 +58,7 @@ void TestZmtDbSettings::expectSqlError(const char *line)
     QTest::ignoreMessage(QtCriticalMsg, QRegularExpression(QStringLiteral(".+")));
 }
 
-void TestZmtDbSettings::get_data()
-{
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QVariant>("expected");
 
-    QTest::newRow("stored") << "grp.red" << QVariant(QStringLiteral("1"));
-    QTest::newRow("missing gives default") << "nothing" << QVariant(QStringLiteral("default"));
-}
-
-void TestZmtDbSettings::get()
-{
-    QFETCH(QString, name);
-    QFETCH(QVariant, expected);
-    QCOMPARE(m_settings.variableGet(name, QStringLiteral("default")).toString(), expected.toString());
-}
 
 void TestZmtDbSettings::setReplacesAndAdds()
 {
@@ -135,6 +119,8 @@ void TestZmtDbSettings::deleteByNameAndPrefix()
 
 void TestZmtDbSettings::getMultiple()
 {
+    QCOMPARE(m_settings.variableGet(QStringLiteral("grp.red"), QStringLiteral("default")).toString(), QStringLiteral("1"));
+    QCOMPARE(m_settings.variableGet(QStringLiteral("grp"), QStringLiteral("default")).toString(), QStringLiteral("default"));
     QMap<QString, QVariant> byNames = m_settings.variableGetMultiple(QStringList{"grp.red", "missing", "empty"});
     QCOMPARE(byNames.keys(), (QStringList{"empty", "grp.red"}));
     QVERIFY(byNames.value(QStringLiteral("empty")).isNull());
