@@ -22,13 +22,9 @@ bool WebApiWorker::dbDeleteEntrance(uint tid, uint id)
 {
     if (m_debugLevel >= 1)
         qDebug("WebApiWorker::dbDeleteEntrance(%u, %u)", tid, id);
-    QSqlQuery query(m_db);
     // Withdrawn, never removed: the row stays for the attendance computation's history.
-    if (!query.exec(QStringLiteral("UPDATE inters_data SET del = 1 WHERE id = %1 AND tid = %2").arg(id).arg(tid))) {
-        reportSqlError(query, "WebApiWorker::dbDeleteEntrance() SQl ERROR:");
-        return false;
-    }
-    return query.numRowsAffected() > 0;
+    return execWrite(QStringLiteral("UPDATE inters_data SET del = 1 WHERE id = %1 AND tid = %2").arg(id).arg(tid),
+                     "WebApiWorker::dbDeleteEntrance() SQl ERROR:");
 }
 
 uint WebApiWorker::dbGetEntranceMaxRefId(uint tid)

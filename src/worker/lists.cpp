@@ -84,6 +84,16 @@ bool WebApiWorker::queryCount(const QString &sql, const char *failureLine, uint 
     return true;
 }
 
+bool WebApiWorker::execWrite(const QString &sql, const char *failureLine)
+{
+    QSqlQuery query(m_db);
+    if (!query.exec(sql)) {
+        reportSqlError(query, failureLine);
+        return false;
+    }
+    return query.numRowsAffected() > 0;
+}
+
 QVariant WebApiWorker::dbGetInters4Terminal(uint tid, uint vorixID)
 {
     if (m_debugLevel >= 1)

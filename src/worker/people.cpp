@@ -54,12 +54,8 @@ bool WebApiWorker::dbDeletePerson(uint tid, uint uid)
 {
     if (m_debugLevel >= 1)
         qDebug("WebApiWorker::dbDeletePerson(%u, %u)", tid, uid);
-    QSqlQuery query(m_db);
-    if (!query.exec(QStringLiteral("DELETE FROM `people_term` WHERE tid= %1 AND uid = %2").arg(tid).arg(uid))) {
-        reportSqlError(query, "WebApiWorker::dbDeletePerson() SQl ERROR:");
-        return false;
-    }
-    return query.numRowsAffected() > 0;
+    return execWrite(QStringLiteral("DELETE FROM `people_term` WHERE tid= %1 AND uid = %2").arg(tid).arg(uid),
+                     "WebApiWorker::dbDeletePerson() SQl ERROR:");
 }
 
 QVariant WebApiWorker::dbGetPeople(uint uid)

@@ -177,11 +177,7 @@ bool WebApiWorker::dbUpdateTerm(uint tid, const QVariantMap &data)
     QStringList assignments;
     if (!inlineAssignments(values, "WebApiWorker::dbUpdateTerm() SQl ERROR:", assignments))
         return false;
-    QSqlQuery query(m_db);
-    if (!query.exec(QStringLiteral("UPDATE term SET %1 WHERE tid = %2")
-                        .arg(assignments.join(QStringLiteral(", ")), QString::number(tid)))) {
-        reportSqlError(query, "WebApiWorker::dbUpdateTerm() SQl ERROR:");
-        return false;
-    }
-    return query.numRowsAffected() > 0;
+    return execWrite(QStringLiteral("UPDATE term SET %1 WHERE tid = %2")
+                         .arg(assignments.join(QStringLiteral(", ")), QString::number(tid)),
+                     "WebApiWorker::dbUpdateTerm() SQl ERROR:");
 }

@@ -143,6 +143,8 @@ protected:
     QVariant collectRows(QSqlQuery &query, bool single, RowMap rowMap);
     // First column of a COUNT statement in `count`; false (and reported) when it failed.
     bool queryCount(const QString &sql, const char *failureLine, uint &count);
+    // A write statement: true when it changed a row; false also when it failed (reported).
+    bool execWrite(const QString &sql, const char *failureLine);
     // Links a person to a terminal unless linked already; false only when the link test failed.
     bool dbLinkPerson(uint uid, uint tid, const char *failureLine);
 
