@@ -278,26 +278,27 @@ void WebApiWorker::reportSqlError(const QString &error, const QString &sql, cons
     qCritical() << logLine << error << "\nSQL:" << sql;
 }
 
-bool WebApiWorker::inlineAssignments(const QVariantMap &values, const char *failureLine, QStringList &assignments,
-                                     QStringList *duplicates, bool namePlaceholder)
+QString WebApiWorker::boundAssignments(const QVariantMap &values, const QString &shape)
 {
-    for (auto it = values.cbegin(); it != values.cend(); ++it) {
-        const QString value = it.value().toString();
-        const bool placeholder =
-            namePlaceholder && value == QLatin1String(":name") && it.key() == QLatin1String("name");
-        // Values stand unescaped inside double quotes: a quote or a backslash would end them
-        // early, and a leading colon could turn into a placeholder.
-        if (!placeholder
-            && (value.startsWith(QLatin1Char(':')) || value.contains(QLatin1Char('"'))
-                || value.contains(QLatin1Char('\\')))) {
-            reportSqlError(QStringLiteral("Value of '%1' refused: a double quote, a backslash or a leading colon")
-                               .arg(it.key()),
-                           QString(), failureLine);
-            return false;
-        }
-        assignments << (placeholder ? QStringLiteral("%1=%2") : QStringLiteral("%1=\"%2\"")).arg(it.key(), value);
-        if (duplicates)
-            *duplicates << QStringLiteral("%1=VALUES(%1)").arg(it.key());
-    }
+    QStringList parts;
+    for (auto it = values.cbegin(); it != values.cend(); ++it)
+        parts << shape.arg(it.key());
+    return parts.join(QStringLiteral(", "));
+}
+
+bool WebApiWorker::prepareBound(QSqlQuery &query, const QString &sql, const QVariantMap &values)
+{
+    if (!query.prepare(sql))
+        return false;
+    for (auto it = values.cbegin(); it != values.cend(); ++it)
+        query.bindValue(QLatin1Char(':') + it.key(), it.value());
     return true;
+}
+
+bool WebApiWorker::execBound(QSqlQuery &query, const QString &sql, const QVariantMap &values, const char *failureLine)
+{
+    if (prepareBound(query, sql, values) && query.exec())
+        return true;
+    reportSqlError(query.lastError().text(), sql, failureLine);
+    return false;
 }
