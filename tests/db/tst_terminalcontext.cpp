@@ -144,6 +144,11 @@ void TestTerminalContext::wholeResponses_data()
                                       << QString() << "SELECT COUNT(*) FROM term WHERE vorixID = 0" << "0" << "terminal/register-no-vid.http";
     QTest::newRow("register, broken") << "POST" << terminal << QString() << QByteArray("{\"vid\": ") << QString()
                                       << QString() << QString() << QString() << "terminal/register-broken.http";
+    // Switched off by an administrator: registering does not switch it on again.
+    QTest::newRow("register, disabled")
+        << "POST" << terminal << QString() << QByteArray(R"({"vid": 104, "name": "Back on"})") << QString() << QString()
+        << "SELECT CONCAT_WS('|', COUNT(*), MAX(status), MAX(name)) FROM term WHERE vorixID = 104" << "1|0|Off"
+        << "terminal/register-bad-vid.http";
     QTest::newRow("register, not licensed")
         << "POST" << terminal << QString() << QByteArray(R"({"vid": 12345, "name": "Foreign"})") << QString() << QString()
         << "SELECT COUNT(*) FROM term WHERE vorixID = 12345" << "0" << "terminal/register-bad-vid.http";
