@@ -109,7 +109,7 @@ uint WebApiWorker::dbInsertEntrance(uint tid, const QVariantMap &data)
     const QByteArray photo = data.contains(QStringLiteral("image"))
         ? QByteArray::fromBase64(data.value(QStringLiteral("image")).toByteArray())
         : QByteArray();
-    QVariantMap bound = values;
+    QVariantMap bound = values;  // `values` stays without the photo for the log line below
     if (!photo.isEmpty())
         bound.insert(QStringLiteral("photo"), photo);
     // A copy that lost the race to the key changes nothing and leaves its twin's id behind.
