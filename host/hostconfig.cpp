@@ -41,7 +41,7 @@ const KeyInfo kKeys[] = {
     {"auth/failures", "10", "failed authentications per client and customer and minute before 429 (0: no limit)"},
     {"proxy/trusted", "", "comma-separated addresses of proxies whose X-Forwarded-For names the client"},
     {"limits/connections", "10000", "open connections in total; more are closed at once"},
-    {"limits/client-connections", "256", "open connections per client address (trusted proxies exempt)"},
+    {"limits/client_connections", "256", "open connections per client address (trusted proxies exempt)"},
     {"tls/certificate", "", "PEM certificate chain; with tls/key the host speaks HTTPS only (empty: plain HTTP)"},
     {"tls/key", "", "PEM private key of tls/certificate"},
     {"webhook/url", "", "URL that gets a JSON POST per created record; empty: none"},
@@ -130,7 +130,7 @@ bool HostConfig::load(EnviroSettings &settings, HostConfig *config, QString *err
     if (!number(settings, "limits/connections", 1, 1000000, &n, error))
         return false;
     c.maxConnections = int(n);
-    if (!number(settings, "limits/client-connections", 1, 1000000, &n, error))
+    if (!number(settings, "limits/client_connections", 1, 1000000, &n, error))
         return false;
     c.maxClientConnections = int(n);
     for (const QString &proxy : text(settings, "proxy/trusted").split(QLatin1Char(','), Qt::SkipEmptyParts)) {

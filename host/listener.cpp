@@ -134,7 +134,7 @@ void Listener::startSession(net::ip::tcp::socket socket)
                 m_counts->perAddress.erase(address);
             // Closed unanswered: an answer would need the very resources that ran out.
             if (!m_capLogged)
-                hostLog(QStringLiteral("connection cap reached (limits/connections %1, limits/client-connections %2); "
+                hostLog(QStringLiteral("connection cap reached (limits/connections %1, limits/client_connections %2); "
                                        "closing new connections from %3 at once")
                             .arg(config.maxConnections).arg(config.maxClientConnections).arg(QString::fromStdString(address)));
             m_capLogged = true;
