@@ -179,7 +179,7 @@ QString HostConfig::helpText(const EnviroSettings &settings)
         "Keys:\n");
     for (const KeyInfo &info : kKeys) {
         const QString key = QString::fromLatin1(info.key);
-        QString line = QStringLiteral("  %1 %2 %3").arg(key, -16).arg(settings.environmentKey(key), -24).arg(QString::fromUtf8(info.meaning));
+        QString line = QStringLiteral("  %1 %2 %3").arg(key, -25).arg(settings.environmentKey(key), -32).arg(QString::fromUtf8(info.meaning));
         if (*info.defaultText)
             line += QStringLiteral(" [%1]").arg(QString::fromUtf8(info.defaultText));
         help += line + QLatin1Char('\n');
