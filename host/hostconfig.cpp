@@ -2,6 +2,7 @@
 
 #include "settings/envirosettings.h"
 
+#include <QHostAddress>
 #include <QThread>
 #include <QUrl>
 
@@ -20,6 +21,7 @@ struct KeyInfo
 const KeyInfo kKeys[] = {
     {"listen/address", "127.0.0.1", "address to listen on"},
     {"listen/port", "8080", "TCP port; 0 picks a free one (the start line names it)"},
+    {"listen/insecure", "false", "true: allow plain HTTP on a non-loopback address (keys travel in clear)"},
     {"threads", "", "worker threads, each serving its own customers (default: CPU count, at least 2)"},
     {"io/threads", "", "threads that read and write connections (default: 1 per 4 workers, at least 1)"},
     {"plugin", WEBAPI_DEFAULT_PLUGIN, "path of the plug-in file"},
@@ -36,7 +38,10 @@ const KeyInfo kKeys[] = {
     {"debug/level", "0", "0 to 3: trace lines of the plug-in and the connection manager"},
     {"limits/body", "16777216", "largest request body in bytes; larger ones get 413"},
     {"limits/timeout", "30", "seconds to receive a whole request or write a response"},
-    {"auth/failures", "10", "failed authentications per client address and minute before 429 (0: no limit)"},
+    {"auth/failures", "10", "failed authentications per client and customer and minute before 429 (0: no limit)"},
+    {"proxy/trusted", "", "comma-separated addresses of proxies whose X-Forwarded-For names the client"},
+    {"limits/connections", "10000", "open connections in total; more are closed at once"},
+    {"limits/client_connections", "256", "open connections per client address (trusted proxies exempt)"},
     {"tls/certificate", "", "PEM certificate chain; with tls/key the host speaks HTTPS only (empty: plain HTTP)"},
     {"tls/key", "", "PEM private key of tls/certificate"},
     {"webhook/url", "", "URL that gets a JSON POST per created record; empty: none"},
@@ -122,10 +127,35 @@ bool HostConfig::load(EnviroSettings &settings, HostConfig *config, QString *err
     if (!number(settings, "auth/failures", 0, 1000000, &n, error))
         return false;
     c.authFailures = int(n);
+    if (!number(settings, "limits/connections", 1, 1000000, &n, error))
+        return false;
+    c.maxConnections = int(n);
+    if (!number(settings, "limits/client_connections", 1, 1000000, &n, error))
+        return false;
+    c.maxClientConnections = int(n);
+    for (const QString &proxy : text(settings, "proxy/trusted").split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+        if (QHostAddress(proxy.trimmed()).isNull()) {
+            *error = QStringLiteral("setting proxy/trusted: '%1' is not an IP address").arg(proxy.trimmed());
+            return false;
+        }
+        c.trustedProxies.append(proxy.trimmed());
+    }
     c.tlsCertificate = text(settings, "tls/certificate");
     c.tlsKey = text(settings, "tls/key");
     if (c.tlsCertificate.isEmpty() != c.tlsKey.isEmpty()) {
         *error = QStringLiteral("settings tls/certificate and tls/key go together: set both or neither");
+        return false;
+    }
+    const QString insecure = text(settings, "listen/insecure");
+    if (insecure != QLatin1String("true") && insecure != QLatin1String("false")) {
+        *error = QStringLiteral("setting listen/insecure must be true or false, not '%1'").arg(insecure);
+        return false;
+    }
+    // Keys and tokens travel in headers: in clear only where nobody else can listen.
+    if (c.tlsCertificate.isEmpty() && insecure != QLatin1String("true") && !QHostAddress(c.address).isNull()
+        && !QHostAddress(c.address).isLoopback()) {
+        *error = QStringLiteral("plain HTTP on %1 would send keys in clear: set tls/certificate and tls/key, "
+                                "listen on loopback behind a TLS proxy, or set listen/insecure=true").arg(c.address);
         return false;
     }
     c.webhookUrl = text(settings, "webhook/url");
@@ -149,7 +179,7 @@ QString HostConfig::helpText(const EnviroSettings &settings)
         "Keys:\n");
     for (const KeyInfo &info : kKeys) {
         const QString key = QString::fromLatin1(info.key);
-        QString line = QStringLiteral("  %1 %2 %3").arg(key, -16).arg(settings.environmentKey(key), -24).arg(QString::fromUtf8(info.meaning));
+        QString line = QStringLiteral("  %1 %2 %3").arg(key, -25).arg(settings.environmentKey(key), -32).arg(QString::fromUtf8(info.meaning));
         if (*info.defaultText)
             line += QStringLiteral(" [%1]").arg(QString::fromUtf8(info.defaultText));
         help += line + QLatin1Char('\n');
@@ -157,6 +187,8 @@ QString HostConfig::helpText(const EnviroSettings &settings)
     help += QStringLiteral(
         "\n"
         "GET /healthz answers 200 while the InfoDB answers. SIGINT or SIGTERM stop the host\n"
-        "after the requests in flight. Exit status 2: the plug-in or the InfoDB is unusable.\n");
+        "after the requests in flight; SIGHUP reloads the TLS certificate and key. An InfoDB\n"
+        "that does not answer at start is retried. Exit status 2: bad settings, or the plug-in\n"
+        "or the InfoDB login is unusable.\n");
     return help;
 }

@@ -2,6 +2,7 @@
 #define HOSTCONFIG_H
 
 #include <QString>
+#include <QStringList>
 
 class EnviroSettings;
 
@@ -30,7 +31,10 @@ struct HostConfig
     quint8 debugLevel = 0;
     qint64 bodyLimit = 0;    // bytes
     int timeoutSeconds = 0;  // to receive one whole request, and to write one response
-    int authFailures = 0;    // per client address and minute before 429; 0: unlimited
+    int authFailures = 0;    // per client and customer and minute before 429; 0: unlimited
+    QStringList trustedProxies;  // their X-Forwarded-For names the client
+    int maxConnections = 0;        // open connections in total
+    int maxClientConnections = 0;  // open connections per peer address
     QString tlsCertificate;  // PEM files; both empty: plain HTTP
     QString tlsKey;
     QString webhookUrl;
