@@ -28,8 +28,10 @@ private slots:
     void retriedEntranceStoredOnce();
     void oneLoginPerThread();
     void killedSessionReopened();
+    void oneCustomerOnEveryThread();
 
 private:
+    int sessions() { return m_fx->info().rows("SHOW GLOBAL STATUS LIKE 'Threads_connected'").value(0).value("Value").toInt(); }
     int logins() { return m_fx->info().rows("SHOW GLOBAL STATUS LIKE 'Connections'").value(0).value("Value").toInt(); }
     // Sends `count` GET people from three clients at once; how many were not 200.
     int peopleFromThreeClients(int count);
@@ -236,6 +238,39 @@ void TestFaults::killedSessionReopened()
         QCOMPARE(reply.json().array().first().toObject().value("surname").toString(), surname);
     }
     QCOMPARE(m_host->process().state(), QProcess::Running);
+}
+
+void TestFaults::oneCustomerOnEveryThread()
+{
+    // One database under a second token (a rotation) and under the first in capitals: with
+    // three threads they meet on several threads at once.
+    const QString rotated = m_fx->token() + "-rotated";
+    QVERIFY(m_fx->info().exec(QString("INSERT INTO `schemas` (token, name, user, pass, status) SELECT '%1', name, user, pass, 1 "
+                                      "FROM `schemas` WHERE token = '%2'").arg(rotated, m_fx->token())));
+    HostProcess host;
+    QVERIFY2(host.start(m_fx->info().name(), {{"WEBAPI_THREADS", "3"}}), host.log().constData());
+    const int before = sessions();
+    const QStringList pragmas{"Pragma: " + m_fx->token(), "Pragma: " + m_fx->token().toUpper() + ":token", "Pragma: " + rotated};
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> clients;
+    for (int c = 0; c < 10; ++c) {
+        clients.emplace_back([&, c] {
+            HttpConnection connection(host.port());
+            QStringList headers = m_fx->terminalHeaders(m_tid);
+            for (int i = 0; i < 30; ++i) {
+                headers.first() = pragmas.at((c + i) % pragmas.size());
+                const HttpReply reply = connection.reply("GET", "/webapi/people", headers);
+                wrong += reply.status != 200 || reply.json().array().size() != 1;
+            }
+        });
+    }
+    for (std::thread &client : clients)
+        client.join();
+    QCOMPARE(wrong.load(), 0);
+    QCOMPARE(host.process().state(), QProcess::Running);
+    // At most a customer and an InfoDB connection per thread more than before.
+    QVERIFY2(sessions() - before <= 6, qPrintable(QString::number(sessions() - before)));
+    QVERIFY(!host.log().contains("duplicate connection name"));
 }
 
 QTEST_GUILESS_MAIN(TestFaults)
