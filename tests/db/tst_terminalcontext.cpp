@@ -13,8 +13,7 @@
 
 namespace {
 
-// Serves one POST on the calling thread's own DBManager connection: Qt refuses to share a
-// connection between threads, so two threads cannot both go through initDatabase.
+// Serves one POST on a connection of its own, straight to the handler.
 class ThreadWorker : public WebApiWorker
 {
 public:
@@ -24,15 +23,9 @@ public:
     {
         m_header = parseHeader(headers);
         m_response.reset(new Response(m_header));
-        m_db = m_dbManager->getDatabase(m_header.token);
+        initDatabase();
         routeInTerminalContext(QStringLiteral("POST"), {word}, body);
-        const QByteArray raw = m_response->renderResponse(true);
-        // Removed here, on its own thread: a sweep from another thread cannot tell it is open.
-        const QString name = m_db.connectionName();
-        m_db.close();
-        m_db = QSqlDatabase();
-        QSqlDatabase::removeDatabase(name);
-        return raw;
+        return m_response->renderResponse(true);
     }
 };
 
@@ -365,10 +358,12 @@ QList<HttpReply> TestTerminalContext::race(const QString &word, const QByteArray
         threads[i] = QThread::create([&, i]() {
             ThreadWorker worker(QStringLiteral("2.4.1"));
             worker.setDbManager(m_fx->manager());
-            m_fx->manager()->getDatabase(m_fx->token());  // the thread's connection, opened before the start
+            m_fx->manager()->getDatabase(m_fx->token());  // the InfoDB asked before the start
             ready.release();
             go.acquire();
             replies[i] = worker.post(word, m_fx->terminalHeaders(tids[i]), bodies[i]);
+            // The manager's handle of this thread goes with it: a later thread may get its id.
+            QSqlDatabase::removeDatabase(m_fx->manager()->connectionNameFor(m_fx->token()));
         });
         threads[i]->start();
     }

@@ -144,6 +144,7 @@ void TestHost::startFailures_data()
     QTest::newRow("bad port") << QStringList{"WEBAPI_LISTEN_PORT=70000"} << "listen/port";
     QTest::newRow("plain HTTP beyond loopback") << QStringList{"WEBAPI_LISTEN_ADDRESS=0.0.0.0"} << "listen/insecure=true";
     QTest::newRow("proxy not an address") << QStringList{"WEBAPI_PROXY_TRUSTED=127.0.0.1,proxy.example"} << "proxy/trusted";
+    QTest::newRow("no lock wait") << QStringList{"WEBAPI_SQL_TIMEOUT_LOCK=0"} << "sql/timeout/lock";
     QTest::newRow("certificate alone") << QStringList{cert} << "tls/certificate and tls/key go together";
     QTest::newRow("no such certificate")
         << QStringList{"WEBAPI_TLS_CERTIFICATE=" + m_dir.filePath("none.pem"), "WEBAPI_TLS_KEY=" + m_dir.filePath("key.pem")}
