@@ -44,6 +44,9 @@ void JsonWriter::endArray()
 
 JsonWriter &JsonWriter::key(const char *latin1)
 {
+#ifndef QT_NO_DEBUG
+    checkKeyOrder(QString::fromLatin1(latin1));
+#endif
     beforeValue();
     m_out += '"';
     m_out += latin1;
@@ -54,6 +57,9 @@ JsonWriter &JsonWriter::key(const char *latin1)
 
 JsonWriter &JsonWriter::key(const QString &name)
 {
+#ifndef QT_NO_DEBUG
+    checkKeyOrder(name);
+#endif
     beforeValue();
     m_out += '"';
     escaped(name);
@@ -189,6 +195,9 @@ void JsonWriter::jsonValue(const QJsonValue &value)
 QByteArray JsonWriter::take()
 {
     m_counts.clear();
+#ifndef QT_NO_DEBUG
+    m_lastKeys.clear();
+#endif
     m_afterKey = false;
     QByteArray out;
     out.swap(m_out);
@@ -221,10 +230,16 @@ void JsonWriter::open(char bracket)
     if (m_indented)
         m_out += '\n';
     m_counts.append(0);
+#ifndef QT_NO_DEBUG
+    m_lastKeys.append(QString());
+#endif
 }
 
 void JsonWriter::close(char bracket)
 {
+#ifndef QT_NO_DEBUG
+    m_lastKeys.removeLast();
+#endif
     const int count = m_counts.takeLast();
     if (count > 0 && m_indented)
         m_out += '\n';
@@ -233,6 +248,15 @@ void JsonWriter::close(char bracket)
     if (m_counts.isEmpty() && m_indented)
         m_out += '\n';
 }
+
+#ifndef QT_NO_DEBUG
+void JsonWriter::checkKeyOrder(const QString &name)
+{
+    // A QVariantMap's order, which the bytes on the wire have always had.
+    Q_ASSERT_X(m_counts.last() == 0 || m_lastKeys.last() < name, "JsonWriter::key", qPrintable(name));
+    m_lastKeys.last() = name;
+}
+#endif
 
 void JsonWriter::indent(int depth)
 {

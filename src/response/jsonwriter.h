@@ -3,10 +3,10 @@
 
 #include <QByteArray>
 #include <QMetaType>
+#include <QString>
 #include <QVector>
 
 class QJsonValue;
-class QString;
 class QVariant;
 
 // A JSON body already written out, as a Response takes it in place of a value to convert.
@@ -57,6 +57,10 @@ private:
 
     QByteArray m_out;
     QVector<int> m_counts;  // values written so far in each open container
+#ifndef QT_NO_DEBUG
+    void checkKeyOrder(const QString &name);
+    QVector<QString> m_lastKeys;  // debug builds check that keys ascend
+#endif
     bool m_indented;
     bool m_afterKey = false;
 };
