@@ -1,5 +1,6 @@
 #include "response/jsonwriter.h"
 
+#include <QDateTime>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QJsonValue>
@@ -7,6 +8,8 @@
 #include <QVariant>
 
 #include <cmath>
+#include <ctime>
+#include <limits>
 
 namespace {
 
@@ -190,6 +193,50 @@ void JsonWriter::jsonValue(const QJsonValue &value)
         null();
         break;
     }
+}
+
+void JsonWriter::localTime(qint64 secs, TimeFormat format)
+{
+    // Within these years QDateTime takes the local time from localtime_r as well; it reads
+    // the zone again on every call, a writer once.
+    if (!m_zoneRead) {
+        tzset();
+        m_zoneRead = true;
+    }
+    const time_t time = time_t(secs);
+    tm local;
+    if (secs < 0 || secs > std::numeric_limits<qint32>::max() || !localtime_r(&time, &local)) {
+        const QDateTime dateTime = QDateTime::fromSecsSinceEpoch(secs);
+        string(format == IsoDate       ? dateTime.date().toString(Qt::ISODate)
+                   : format == IsoDateTime ? dateTime.toString(Qt::ISODate)
+                                           : dateTime.toString(QStringLiteral("yyyy.MM.dd hh:mm:ss")));
+        return;
+    }
+    char text[21];
+    char *out = text;
+    const auto digits = [&out](int value, int count) {
+        for (int i = count - 1; i >= 0; --i, value /= 10)
+            out[i] = char('0' + value % 10);
+        out += count;
+    };
+    const char dateSeparator = format == DottedDateTime ? '.' : '-';
+    *out++ = '"';
+    digits(local.tm_year + 1900, 4);
+    *out++ = dateSeparator;
+    digits(local.tm_mon + 1, 2);
+    *out++ = dateSeparator;
+    digits(local.tm_mday, 2);
+    if (format != IsoDate) {
+        *out++ = format == IsoDateTime ? 'T' : ' ';
+        digits(local.tm_hour, 2);
+        *out++ = ':';
+        digits(local.tm_min, 2);
+        *out++ = ':';
+        digits(local.tm_sec, 2);
+    }
+    *out++ = '"';
+    beforeValue();
+    m_out.append(text, int(out - text));
 }
 
 QByteArray JsonWriter::take()

@@ -43,6 +43,12 @@ public:
     void stored(const QVariant &value);
     void jsonValue(const QJsonValue &value);
 
+    // Seconds since 1970 as local wall-clock text, as QDateTime::fromSecsSinceEpoch(secs)
+    // writes it: date().toString(Qt::ISODate), toString(Qt::ISODate) or with the pattern
+    // "yyyy.MM.dd hh:mm:ss".
+    enum TimeFormat { IsoDate, IsoDateTime, DottedDateTime };
+    void localTime(qint64 secs, TimeFormat format);
+
     // The whole document; the writer is empty afterwards.
     QByteArray take();
     // The same, as the body a Response renders without converting it.
@@ -63,6 +69,7 @@ private:
 #endif
     bool m_indented;
     bool m_afterKey = false;
+    bool m_zoneRead = false;
 };
 
 #endif
