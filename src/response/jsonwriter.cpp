@@ -8,6 +8,7 @@
 #include <QVariant>
 
 #include <cmath>
+#include <cstring>
 #include <ctime>
 #include <limits>
 
@@ -51,10 +52,9 @@ JsonWriter &JsonWriter::key(const char *latin1)
     checkKeyOrder(QString::fromLatin1(latin1));
 #endif
     beforeValue();
-    m_out += '"';
-    m_out += latin1;
-    m_out += m_indented ? "\": " : "\":";
-    m_afterKey = true;
+    put('"');
+    put(latin1, int(strlen(latin1)));
+    afterKey();
     return *this;
 }
 
@@ -64,48 +64,64 @@ JsonWriter &JsonWriter::key(const QString &name)
     checkKeyOrder(name);
 #endif
     beforeValue();
-    m_out += '"';
+    put('"');
     escaped(name);
-    m_out += m_indented ? "\": " : "\":";
-    m_afterKey = true;
+    afterKey();
     return *this;
 }
 
 void JsonWriter::null()
 {
     beforeValue();
-    m_out += "null";
+    put("null");
 }
 
 void JsonWriter::boolean(bool value)
 {
     beforeValue();
-    m_out += value ? "true" : "false";
+    if (value)
+        put("true");
+    else
+        put("false");
 }
 
 void JsonWriter::number(double value)
 {
     beforeValue();
+    QByteArray text;
     if (!std::isfinite(value)) {
-        m_out += "null";
+        put("null");
+        return;
     } else if (value != std::trunc(value) || std::fabs(value) >= 0x1p64) {
         // Qt takes the shorter of the plain and the exponent form here.
-        m_out += QByteArray::number(value, 'g', QLocale::FloatingPointShortest);
+        text = QByteArray::number(value, 'g', QLocale::FloatingPointShortest);
     } else if (std::fabs(value) < 0x1p53) {
         // Whole numbers, most of what rows hold, exactly; -0.0 becomes 0 as in Qt.
-        m_out += QByteArray::number(qint64(value));
+        char digits[24];
+        char *const end = digits + sizeof digits;
+        char *first = end;
+        quint64 magnitude = quint64(std::fabs(value));
+        do {
+            *--first = char('0' + magnitude % 10);
+            magnitude /= 10;
+        } while (magnitude != 0);
+        if (value < 0)
+            *--first = '-';
+        put(first, int(end - first));
+        return;
     } else {
         // Whole numbers below 2^64 never in exponent form: 1e19 is 10000000000000000000.
-        m_out += QByteArray::number(value, 'f', QLocale::FloatingPointShortest);
+        text = QByteArray::number(value, 'f', QLocale::FloatingPointShortest);
     }
+    put(text.constData(), text.size());
 }
 
 void JsonWriter::string(const QString &value)
 {
     beforeValue();
-    m_out += '"';
+    put('"');
     escaped(value);
-    m_out += '"';
+    put('"');
 }
 
 void JsonWriter::variant(const QVariant &value)
@@ -236,7 +252,7 @@ void JsonWriter::localTime(qint64 secs, TimeFormat format)
     }
     *out++ = '"';
     beforeValue();
-    m_out.append(text, int(out - text));
+    put(text, int(out - text));
 }
 
 QByteArray JsonWriter::take()
@@ -246,6 +262,8 @@ QByteArray JsonWriter::take()
     m_lastKeys.clear();
 #endif
     m_afterKey = false;
+    m_out.resize(m_used);
+    m_used = 0;
     QByteArray out;
     out.swap(m_out);
     return out;
@@ -265,17 +283,20 @@ void JsonWriter::beforeValue()
     if (m_counts.isEmpty())
         return;
     int &count = m_counts.last();
-    if (count++ > 0)
-        m_out += m_indented ? ",\n" : ",";
+    if (count++ > 0) {
+        put(',');
+        if (m_indented)
+            put('\n');
+    }
     indent(m_counts.size());
 }
 
 void JsonWriter::open(char bracket)
 {
     beforeValue();
-    m_out += bracket;
+    put(bracket);
     if (m_indented)
-        m_out += '\n';
+        put('\n');
     m_counts.append(0);
 #ifndef QT_NO_DEBUG
     m_lastKeys.append(QString());
@@ -289,11 +310,39 @@ void JsonWriter::close(char bracket)
 #endif
     const int count = m_counts.takeLast();
     if (count > 0 && m_indented)
-        m_out += '\n';
+        put('\n');
     indent(m_counts.size());
-    m_out += bracket;
+    put(bracket);
     if (m_counts.isEmpty() && m_indented)
-        m_out += '\n';
+        put('\n');
+}
+
+char *JsonWriter::room(int size)
+{
+    if (m_used + size > m_out.size())
+        m_out.resize(qMax(2 * m_out.size(), m_used + size + 4096));
+    return m_out.data() + m_used;
+}
+
+void JsonWriter::put(const char *bytes, int size)
+{
+    memcpy(room(size), bytes, size_t(size));
+    m_used += size;
+}
+
+void JsonWriter::put(char byte)
+{
+    *room(1) = byte;
+    ++m_used;
+}
+
+void JsonWriter::afterKey()
+{
+    if (m_indented)
+        put("\": ");
+    else
+        put("\":");
+    m_afterKey = true;
 }
 
 #ifndef QT_NO_DEBUG
@@ -307,16 +356,17 @@ void JsonWriter::checkKeyOrder(const QString &name)
 
 void JsonWriter::indent(int depth)
 {
-    if (m_indented)
-        m_out.append(4 * depth, ' ');
+    if (m_indented) {
+        memset(room(4 * depth), ' ', size_t(4 * depth));
+        m_used += 4 * depth;
+    }
 }
 
 void JsonWriter::escaped(const QString &text)
 {
     // Room for the worst case, every unit escaped as \uXXXX; cut back to what was written.
-    const int start = m_out.size();
-    m_out.resize(start + 6 * text.size());
-    char *out = m_out.data() + start;
+    char *const start = room(6 * text.size());
+    char *out = start;
     const ushort *in = text.utf16();
     const ushort *const end = in + text.size();
     while (in != end) {
@@ -363,5 +413,5 @@ void JsonWriter::escaped(const QString &text)
                 *out++ = hexDigit((u >> shift) & 0xf);
         }
     }
-    m_out.resize(int(out - m_out.constData()));
+    m_used += int(out - start);
 }

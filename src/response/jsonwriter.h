@@ -55,18 +55,29 @@ public:
     QVariant takeBody();
 
 private:
+    // Room for `size` more bytes after what is written; valid until the next call.
+    char *room(int size);
+    void put(const char *bytes, int size);
+    void put(char byte);
+    template <int N>
+    void put(const char (&literal)[N])
+    {
+        put(literal, N - 1);
+    }
+    void afterKey();
     void beforeValue();
     void open(char bracket);
     void close(char bracket);
     void indent(int depth);
     void escaped(const QString &text);
 
-    QByteArray m_out;
+    QByteArray m_out;  // the first m_used bytes are written, the rest is room
     QVector<int> m_counts;  // values written so far in each open container
 #ifndef QT_NO_DEBUG
     void checkKeyOrder(const QString &name);
     QVector<QString> m_lastKeys;  // debug builds check that keys ascend
 #endif
+    int m_used = 0;
     bool m_indented;
     bool m_afterKey = false;
     bool m_zoneRead = false;
