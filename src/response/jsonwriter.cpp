@@ -264,6 +264,7 @@ QByteArray JsonWriter::take()
     m_afterKey = false;
     m_out.resize(m_used);
     m_used = 0;
+    m_buffer = nullptr;
     QByteArray out;
     out.swap(m_out);
     return out;
@@ -280,15 +281,15 @@ void JsonWriter::beforeValue()
         m_afterKey = false;
         return;
     }
-    if (m_counts.isEmpty())
+    if (m_counts.empty())
         return;
-    int &count = m_counts.last();
+    int &count = m_counts.back();
     if (count++ > 0) {
         put(',');
         if (m_indented)
             put('\n');
     }
-    indent(m_counts.size());
+    indent(int(m_counts.size()));
 }
 
 void JsonWriter::open(char bracket)
@@ -297,7 +298,7 @@ void JsonWriter::open(char bracket)
     put(bracket);
     if (m_indented)
         put('\n');
-    m_counts.append(0);
+    m_counts.push_back(0);
 #ifndef QT_NO_DEBUG
     m_lastKeys.append(QString());
 #endif
@@ -308,32 +309,20 @@ void JsonWriter::close(char bracket)
 #ifndef QT_NO_DEBUG
     m_lastKeys.removeLast();
 #endif
-    const int count = m_counts.takeLast();
+    const int count = m_counts.back();
+    m_counts.pop_back();
     if (count > 0 && m_indented)
         put('\n');
-    indent(m_counts.size());
+    indent(int(m_counts.size()));
     put(bracket);
-    if (m_counts.isEmpty() && m_indented)
+    if (m_counts.empty() && m_indented)
         put('\n');
 }
 
-char *JsonWriter::room(int size)
+void JsonWriter::grow(int size)
 {
-    if (m_used + size > m_out.size())
-        m_out.resize(qMax(2 * m_out.size(), m_used + size + 4096));
-    return m_out.data() + m_used;
-}
-
-void JsonWriter::put(const char *bytes, int size)
-{
-    memcpy(room(size), bytes, size_t(size));
-    m_used += size;
-}
-
-void JsonWriter::put(char byte)
-{
-    *room(1) = byte;
-    ++m_used;
+    m_out.resize(qMax(2 * m_out.size(), m_used + size + 4096));
+    m_buffer = m_out.data();
 }
 
 void JsonWriter::afterKey()
@@ -349,7 +338,7 @@ void JsonWriter::afterKey()
 void JsonWriter::checkKeyOrder(const QString &name)
 {
     // A QVariantMap's order, which the bytes on the wire have always had.
-    Q_ASSERT_X(m_counts.last() == 0 || m_lastKeys.last() < name, "JsonWriter::key", qPrintable(name));
+    Q_ASSERT_X(m_counts.back() == 0 || m_lastKeys.last() < name, "JsonWriter::key", qPrintable(name));
     m_lastKeys.last() = name;
 }
 #endif

@@ -6,6 +6,9 @@
 #include <QString>
 #include <QVector>
 
+#include <cstring>
+#include <vector>
+
 class QJsonValue;
 class QVariant;
 
@@ -23,6 +26,7 @@ class JsonWriter
 {
 public:
     explicit JsonWriter(bool indented = true);
+    Q_DISABLE_COPY(JsonWriter)  // it writes through a pointer into its own buffer
 
     void beginObject();
     void endObject();
@@ -56,9 +60,23 @@ public:
 
 private:
     // Room for `size` more bytes after what is written; valid until the next call.
-    char *room(int size);
-    void put(const char *bytes, int size);
-    void put(char byte);
+    char *room(int size)
+    {
+        if (m_used + size > m_out.size())
+            grow(size);
+        return m_buffer + m_used;
+    }
+    void grow(int size);
+    void put(const char *bytes, int size)
+    {
+        memcpy(room(size), bytes, size_t(size));
+        m_used += size;
+    }
+    void put(char byte)
+    {
+        *room(1) = byte;
+        ++m_used;
+    }
     template <int N>
     void put(const char (&literal)[N])
     {
@@ -72,7 +90,8 @@ private:
     void escaped(const QString &text);
 
     QByteArray m_out;  // the first m_used bytes are written, the rest is room
-    QVector<int> m_counts;  // values written so far in each open container
+    char *m_buffer = nullptr;  // m_out's bytes
+    std::vector<int> m_counts;  // values written so far in each open container
 #ifndef QT_NO_DEBUG
     void checkKeyOrder(const QString &name);
     QVector<QString> m_lastKeys;  // debug builds check that keys ascend
