@@ -12,7 +12,6 @@
 
 class JsonWriter;
 class QSqlQuery;
-class QSqlRecord;
 class Response;
 struct SyncSection;
 
