@@ -2,12 +2,13 @@
 -- (schema, licence rows, the terminal key and administrator 1). Two terminals, fifty people
 -- in four groups, reason codes, a second administrator and a second client key, and the
 -- computed attendance of the last two months, dated relative to the day of loading.
--- The key row holds the SHA-256 digest of the demo key that scripts/run prints.
+-- The key row holds the SHA-256 digest of the demo key that scripts/run prints, scoped to
+-- admin requests.
 
 SET NAMES utf8mb4;
 
 INSERT INTO vars (name, value) VALUES
-    ('webapi.key.admintool', SHA2('demo-admin-tool-key', 256));
+    ('webapi.key.admintool', CONCAT('admin:', SHA2('demo-admin-tool-key', 256)));
 
 INSERT INTO regions (rid, name) VALUES (1, 'Praha'), (2, 'Ostrava');
 INSERT INTO mastergroups (mgId, name) VALUES (1, 'Výroba'), (2, 'Správa');

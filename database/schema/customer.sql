@@ -120,8 +120,11 @@ CREATE TABLE `inters_term` (
     CONSTRAINT `fk_inters_term_inter` FOREIGN KEY (`iid`) REFERENCES `inters` (`iid`)
 ) ENGINE=InnoDB DEFAULT CHARSET=utf8mb4 COLLATE=utf8mb4_unicode_ci;
 
--- Entrances. refId stays NULL when a terminal sends none, so such entrances never collide
--- in the (tid, refId) key; the key turns a repeated event into an update, not a second row.
+-- Entrances. One event is one row: the key holds the terminal's number of the event with
+-- the event's values and `sentDate` (the date as the terminal sent it, 0 when it sent none),
+-- so a copy posted twice at the same moment is stored once, while a different event under a
+-- reused refId gets a row of its own. refId stays NULL when a terminal sends none, so such
+-- entrances never collide.
 CREATE TABLE `inters_data` (
     `id`          INT UNSIGNED NOT NULL AUTO_INCREMENT,
     `tid`         INT UNSIGNED NOT NULL,
@@ -130,22 +133,24 @@ CREATE TABLE `inters_data` (
     `iid`         INT UNSIGNED NOT NULL,
     `type`        INT          NOT NULL DEFAULT 0,
     `date`        INT UNSIGNED NOT NULL DEFAULT 0,
+    `sentDate`    INT UNSIGNED NOT NULL DEFAULT 0,
     `created`     INT UNSIGNED NOT NULL DEFAULT 0,
     `description` VARCHAR(255) NULL,
     `del`         TINYINT(1)   NOT NULL DEFAULT 0,
     `photo`       MEDIUMBLOB   NULL,
     PRIMARY KEY (`id`),
-    UNIQUE KEY `uq_inters_data_ref` (`tid`, `refId`),
+    UNIQUE KEY `uq_inters_data_event` (`tid`, `refId`, `uid`, `iid`, `type`, `sentDate`),
     KEY `ix_inters_data_uid` (`uid`, `date`),
     CONSTRAINT `fk_inters_data_term` FOREIGN KEY (`tid`) REFERENCES `term` (`tid`),
     CONSTRAINT `fk_inters_data_person` FOREIGN KEY (`uid`) REFERENCES `people` (`uid`),
     CONSTRAINT `fk_inters_data_inter` FOREIGN KEY (`iid`) REFERENCES `inters` (`iid`)
 ) ENGINE=InnoDB DEFAULT CHARSET=utf8mb4 COLLATE=utf8mb4_unicode_ci;
 
+-- An API token compares with case (binary collation).
 CREATE TABLE `admins` (
     `aid`      SMALLINT UNSIGNED NOT NULL AUTO_INCREMENT,
     `login`    VARCHAR(64)  NOT NULL,
-    `apiToken` VARCHAR(128) NULL,
+    `apiToken` VARCHAR(128) CHARACTER SET utf8mb4 COLLATE utf8mb4_bin NULL,
     `status`   SMALLINT UNSIGNED NOT NULL DEFAULT 1,
     `perms`    INT UNSIGNED NOT NULL DEFAULT 0,
     `del`      TINYINT(1)   NOT NULL DEFAULT 0,
@@ -289,6 +294,15 @@ CREATE TABLE `pzt` (
     CONSTRAINT `fk_pzt_person` FOREIGN KEY (`uid`) REFERENCES `people` (`uid`),
     CONSTRAINT `fk_pzt_term` FOREIGN KEY (`tid`) REFERENCES `term` (`tid`)
 ) ENGINE=InnoDB DEFAULT CHARSET=utf8mb4 COLLATE=utf8mb4_unicode_ci;
+
+-- Which of the scripts database/schema/migrate-*.sql a database has had; a new one is at
+-- the latest version.
+CREATE TABLE `schema_version` (
+    `version` INT UNSIGNED NOT NULL,
+    `applied` TIMESTAMP NOT NULL DEFAULT CURRENT_TIMESTAMP,
+    PRIMARY KEY (`version`)
+) ENGINE=InnoDB DEFAULT CHARSET=utf8mb4 COLLATE=utf8mb4_unicode_ci;
+INSERT INTO `schema_version` (`version`) VALUES (2);
 
 DELIMITER //
 

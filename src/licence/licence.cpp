@@ -13,6 +13,7 @@ namespace {
 const QString kEnabledRow = QStringLiteral("webapi.enabled");
 const QString kKeyPrefix = QStringLiteral("webapi.key.");
 const QString kDevicesRow = QStringLiteral("webapi.devices");
+const QString kDevelRow = QStringLiteral("webapi.devel");
 
 // Equal-length comparison that does not stop at the first difference, so the time taken
 // says nothing about how much of a digest matched.
@@ -51,7 +52,7 @@ bool Licence::webApiEnabled() const
     return m_rows.value(kEnabledRow).trimmed() == QLatin1String("1");
 }
 
-bool Licence::checkAuth(const QString &authorization, Response *response) const
+bool Licence::checkAuth(const QString &authorization, Scope scope, Response *response) const
 {
     // A lone word may be a key sent without its scheme, so it is never echoed; "Bearer"
     // alone is the scheme with an empty key.
@@ -64,10 +65,19 @@ bool Licence::checkAuth(const QString &authorization, Response *response) const
     }
     const QString key = blank < 0 ? QString() : authorization.mid(blank + 1).trimmed();
     const QByteArray digest = keyDigest(key).toLatin1();
+    const QString wanted = scope == Scope::Admin ? QStringLiteral("admin:") : QStringLiteral("terminal:");
     bool known = false;
     for (auto it = m_rows.constBegin(); it != m_rows.constEnd(); ++it) {
-        if (it.key().startsWith(kKeyPrefix) && !key.isEmpty())
-            known |= constantTimeEquals(digest, it.value().trimmed().toLatin1());
+        if (!it.key().startsWith(kKeyPrefix) || key.isEmpty())
+            continue;
+        QString stored = it.value().trimmed();
+        // A digest is hex, so a colon can only end a scope; another scope's key is no key here.
+        if (stored.contains(QLatin1Char(':'))) {
+            if (!stored.startsWith(wanted))
+                continue;
+            stored = stored.mid(wanted.size());
+        }
+        known |= constantTimeEquals(digest, stored.toLatin1());
     }
     if (!known) {
         // Never echo a whole key.
@@ -75,6 +85,13 @@ bool Licence::checkAuth(const QString &authorization, Response *response) const
         return false;
     }
     return true;
+}
+
+bool Licence::developmentAllowed(const QString &sent) const
+{
+    const auto it = m_rows.constFind(kDevelRow);
+    return it != m_rows.constEnd() && !sent.isEmpty() && !it->trimmed().isEmpty()
+        && constantTimeEquals(keyDigest(sent).toLatin1(), it->trimmed().toLatin1());
 }
 
 bool Licence::deviceAllowed(uint vid) const

@@ -9,19 +9,28 @@ class Response;
 
 // The licence checks of a customer, read from the rows of its `vars` table:
 //   webapi.enabled   1 switches the REST interface on
-//   webapi.key.*     lower-case hex SHA-256 of a client key, one row per client
+//   webapi.key.*     lower-case hex SHA-256 of a client key, one row per client; with a
+//                    prefix "terminal:" or "admin:" the key serves that context only
 //   webapi.devices   "*" or a list of device numbers and ranges, e.g. "1000-1999,2500"
+//   webapi.devel     lower-case hex SHA-256 of the X-WEBAPI-DEVEL-ENV value that switches
+//                    on development mode; without the row there is none
 // The rows are read once per request, in load().
 class Licence
 {
 public:
+    // The context a request runs in, which a scoped key must match.
+    enum class Scope { Terminal, Admin };
+
     static QString notLicensedText();
 
     // False when the rows cannot be read (the database is gone): no verdict, not a refusal.
     bool load(const QSqlDatabase &db);
     bool webApiEnabled() const;
-    // Accepts "Bearer <key>"; on refusal sets RE_BadAuthorization or RE_BadApiToken.
-    bool checkAuth(const QString &authorization, Response *response) const;
+    // Accepts "Bearer <key>" of a key for `scope`; on refusal sets RE_BadAuthorization or
+    // RE_BadApiToken (a key of the other scope is refused as an unknown one).
+    bool checkAuth(const QString &authorization, Scope scope, Response *response) const;
+    // The customer consented to development mode with this value.
+    bool developmentAllowed(const QString &sent) const;
     bool deviceAllowed(uint vid) const;
 
     static QString keyDigest(const QString &key);

@@ -55,6 +55,8 @@ public:
     QVariant data() const { return m_data; }
     void setHeader(const QString &key, const QVariant &value);
     void setDebugValue(const QString &key, const QVariant &value);
+    // Development mode is known only once the customer's licence rows are read.
+    void setDevelopment(bool on) { m_header.develEnv = on; }
 
     static QString errorMessage(uint code);
     static quint16 httpStatusForError(uint code);

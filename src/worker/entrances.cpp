@@ -49,6 +49,12 @@ uint WebApiWorker::dbInsertEntrance(uint tid, const QVariantMap &data)
         m_response->setError(Response::RE_RequiredUID);
         return 0;
     }
+    // A terminal posts only as itself: its composite identifier or its number, if anything.
+    const QString bodyTid = data.value(QStringLiteral("tid")).toString().trimmed();
+    if (data.contains(QStringLiteral("tid")) && bodyTid != m_header.tid && bodyTid != QString::number(tid)) {
+        m_response->setError(Response::RE_InvalidID, bodyTid);
+        return 0;
+    }
     uint uid = 0;
     uint pid = 0;
     // One error for an unreadable and an unknown person alike.
@@ -61,8 +67,7 @@ uint WebApiWorker::dbInsertEntrance(uint tid, const QVariantMap &data)
     values.insert(QStringLiteral("tid"), tid);
     values.insert(QStringLiteral("uid"), uid);
     int required = 0;
-    for (const QString &key : {QStringLiteral("iid"), QStringLiteral("type"), QStringLiteral("tid"),
-                               QStringLiteral("date"), QStringLiteral("description"), QStringLiteral("refId")}) {
+    for (const QString &key : {QStringLiteral("iid"), QStringLiteral("type"), QStringLiteral("date"), QStringLiteral("description"), QStringLiteral("refId")}) {
         if (!data.contains(key))
             continue;
         const bool numeric = key == QLatin1String("iid") || key == QLatin1String("refId");
@@ -81,63 +86,40 @@ uint WebApiWorker::dbInsertEntrance(uint tid, const QVariantMap &data)
         return 0;
     }
 
-    QSqlQuery query(m_db);
-    if (!query.exec(QStringLiteral("SELECT id, uid, iid, type, date FROM inters_data WHERE tid = %1 AND refId = %2 ORDER "
-                                   "BY id DESC LIMIT 1")
-                        .arg(tid)
-                        .arg(refId))) {
-        reportSqlError(query, "WebApiWorker::dbInsertEntrance() SQl ERROR:");
+    // The same event again answers with the first row; a different one under a used refId is
+    // a row of its own. Without a refId nothing is a repeat.
+    const bool dated = values.contains(QStringLiteral("date"));
+    uint repeated = 0;
+    if (refId != 0 && !findRepeatedEntrance(tid, refId, values, dated, repeated))
         return 0;
-    }
-    if (query.next() && query.value(0).toUInt() != 0) {
-        const uint storedId = query.value(0).toUInt();
-        const uint storedUid = query.value(1).toUInt();
-        if (storedUid == values.value(QStringLiteral("uid")).toUInt()
-            && query.value(2).toUInt() == values.value(QStringLiteral("iid")).toUInt()
-            && query.value(3).toUInt() == values.value(QStringLiteral("type")).toUInt()
-            && query.value(4).toUInt() == values.value(QStringLiteral("date")).toUInt()) {
-            m_response->setStatus(208);  // the same event posted again
-            return storedId;
-        }
-        // A terminal that reuses its numbers must not lose the new event.
-        qWarning("WebApiWorker::dbInsertEntrance() - different entrance with same refId from Terminal ID: %u! \n(id: "
-                 "%u, refId: %u, uid [ZMTDB]: %u)",
-                 tid, storedId, refId, storedUid);
+    if (repeated != 0) {
+        m_response->setStatus(208);
+        return repeated;
     }
 
     const qint64 now = QDateTime::currentSecsSinceEpoch();
     values.insert(QStringLiteral("created"), now);
-    if (!values.contains(QStringLiteral("date")))
+    // The date as the terminal sent it, 0 for none: with the event's other values it makes the
+    // unique key that settles two copies posted at the same moment.
+    values.insert(QStringLiteral("sentDate"), dated ? values.value(QStringLiteral("date")) : QVariant(0));
+    if (!dated)
         values.insert(QStringLiteral("date"), now);
-
-    QStringList columns;
-    QStringList placeholders;
-    QStringList updates;
-    for (auto it = values.cbegin(); it != values.cend(); ++it) {
-        columns << QStringLiteral("`%1`").arg(it.key());
-        placeholders << QStringLiteral(":%1").arg(it.key());
-        updates << QStringLiteral("`%1`=VALUES(`%1`)").arg(it.key());
-    }
     // Decoded once and bound as bytes; the image never passes through the statement text.
     const QByteArray photo = data.contains(QStringLiteral("image"))
         ? QByteArray::fromBase64(data.value(QStringLiteral("image")).toByteArray())
         : QByteArray();
-    if (!photo.isEmpty()) {
-        columns << QStringLiteral("photo");
-        placeholders << QStringLiteral(":photo");
-        updates << QStringLiteral("photo=VALUES(photo)");
-    }
-    const QString separator = QStringLiteral(", ");
-    if (!query.prepare(QStringLiteral("INSERT INTO inters_data (%1) VALUES(%2)  ON DUPLICATE KEY UPDATE %3")
-                           .arg(columns.join(separator), placeholders.join(separator), updates.join(separator)))) {
+    QVariantMap bound = values;
+    if (!photo.isEmpty())
+        bound.insert(QStringLiteral("photo"), photo);
+    // A copy that lost the race to the key changes nothing and leaves its twin's id behind.
+    QSqlQuery query(m_db);
+    if (!prepareBound(query,
+                      QStringLiteral("INSERT INTO inters_data (%1) VALUES(%2) ON DUPLICATE KEY UPDATE id = LAST_INSERT_ID(id)")
+                          .arg(boundAssignments(bound, QStringLiteral("`%1`")), boundAssignments(bound, QStringLiteral(":%1"))),
+                      bound)) {
         reportSqlError(query, "WebApiWorker::dbInsertEntrance() Prepare failed! ERROR:");
         return 0;
     }
-    for (auto it = values.cbegin(); it != values.cend(); ++it)
-        query.bindValue(QLatin1Char(':') + it.key(), it.value());
-    if (!photo.isEmpty())
-        query.bindValue(QStringLiteral(":photo"), photo);
-
     if (!query.exec()) {
         const QString error = query.lastError().text();
         if (isMissingIID(error)) {
@@ -155,10 +137,47 @@ uint WebApiWorker::dbInsertEntrance(uint tid, const QVariantMap &data)
     const uint id = query.lastInsertId().toUInt();
     if (id == 0)
         return 0;
+    if (query.numRowsAffected() < 1) {
+        m_response->setStatus(208);
+        return id;
+    }
     m_response->setStatus(201);
     if (!photo.isEmpty())
         emit recordCreated(QStringLiteral("inters_data"), id, m_header.token, 1);
     return id;
+}
+
+bool WebApiWorker::findRepeatedEntrance(uint tid, uint refId, const QVariantMap &values, bool dated, uint &id)
+{
+    QSqlQuery query(m_db);
+    if (!query.exec(QStringLiteral("SELECT id, uid, iid, type, date FROM inters_data WHERE tid = %1 AND refId = %2 ORDER "
+                                   "BY id")
+                        .arg(tid)
+                        .arg(refId))) {
+        reportSqlError(query, "WebApiWorker::dbInsertEntrance() SQl ERROR:");
+        return false;
+    }
+    id = 0;
+    uint lastId = 0;
+    uint lastUid = 0;
+    while (query.next()) {
+        lastId = query.value(0).toUInt();
+        lastUid = query.value(1).toUInt();
+        // As numbers: a non-numeric type reads as 0 on either side. A retry without a date is
+        // the stored event whatever its date.
+        if (lastUid == values.value(QStringLiteral("uid")).toUInt()
+            && query.value(2).toUInt() == values.value(QStringLiteral("iid")).toUInt()
+            && query.value(3).toUInt() == values.value(QStringLiteral("type")).toUInt()
+            && (!dated || query.value(4).toLongLong() == values.value(QStringLiteral("date")).toLongLong())) {
+            id = lastId;
+            return true;
+        }
+    }
+    if (lastId != 0)
+        qWarning("WebApiWorker::dbInsertEntrance() - different entrance with same refId from Terminal ID: %u! \n(id: "
+                 "%u, refId: %u, uid [ZMTDB]: %u)",
+                 tid, lastId, refId, lastUid);
+    return true;
 }
 
 QVariant WebApiWorker::dbGetEntrance(uint id)

@@ -117,8 +117,10 @@ void WebApiWorker::buildPostResponse(const QStringList &words, const QByteArray 
             return;
         }
         const uint tid = dbInsertTerm(data);
-        // Unchecked: a failed registration answers an empty map under the error's status.
-        m_response->setData(dbGetTerm(tid));
+        // A switched-off device is refused in the licence's words; any other failed
+        // registration answers an empty map under the error's status.
+        if (m_response->errorCode() != Response::RE_BadVID)
+            m_response->setData(dbGetTerm(tid));
         return;
     }
 

@@ -138,22 +138,15 @@ uint WebApiWorker::dbInsertPerson(uint tid, const QVariantMap &data)
     if (uid == 0 && !values.contains(QStringLiteral("begin")))
         values.insert(QStringLiteral("begin"), uint(QDateTime(QDate::currentDate(), QTime(0, 0)).toSecsSinceEpoch()));
 
-    // Built before the marks below, so a refused value leaves nothing written.
-    QStringList assignments;
-    QStringList duplicates;
-    if (!inlineAssignments(values, "WebApiWorker::dbInsertPerson() SQl ERROR:", assignments, &duplicates))
-        return 0;
     // The person's other terminals learn of the change; a failed mark does not stop it.
     if (uid != 0)
         dbSetOtherTermsPeopleSync(tid, uid, 'U');
-    const QString separator = QStringLiteral(", ");
+    const QString assignments = boundAssignments(values);
     const QString sql = uid != 0
-        ? QStringLiteral("UPDATE people SET %1 WHERE uid = %2").arg(assignments.join(separator), QString::number(uid))
+        ? QStringLiteral("UPDATE people SET %1 WHERE uid = %2").arg(assignments, QString::number(uid))
         : QStringLiteral("INSERT INTO people SET %1 ON DUPLICATE KEY UPDATE %2")
-              .arg(assignments.join(separator))
-              .arg(duplicates.join(separator));
-    if (!query.exec(sql)) {
-        reportSqlError(query, "WebApiWorker::dbInsertPerson() SQl ERROR:");
+              .arg(assignments, boundAssignments(values, QStringLiteral("%1=VALUES(%1)")));
+    if (!execBound(query, sql, values, "WebApiWorker::dbInsertPerson() SQl ERROR:")) {
         const QString error = query.lastError().text();
         if (isForeignKeyError(error))
             m_response->setError(Response::RE_ForeignKeyError, error);
@@ -197,15 +190,11 @@ bool WebApiWorker::dbUpdatePerson(uint tid, uint uid, const QVariantMap &data)
         values.insert(key, value);
     }
 
-    QStringList assignments;
-    if (!inlineAssignments(values, "WebApiWorker::dbUpdatePerson() SQl ERROR:", assignments))
-        return false;
     QSqlQuery query(m_db);
-    if (!query.exec(QStringLiteral("UPDATE people SET %1 WHERE uid = %2")
-                        .arg(assignments.join(QStringLiteral(", ")), QString::number(uid)))) {
-        reportSqlError(query, "WebApiWorker::dbUpdatePerson() SQl ERROR:");
+    if (!execBound(query,
+                   QStringLiteral("UPDATE people SET %1 WHERE uid = %2").arg(boundAssignments(values), QString::number(uid)),
+                   values, "WebApiWorker::dbUpdatePerson() SQl ERROR:"))
         return false;
-    }
     const int changed = query.numRowsAffected();
     if (m_debugLevel >= 2)
         qDebug("WebApiWorker::dbUpdatePerson(%u, %u) SQL: %s", tid, uid, qUtf8Printable(query.lastQuery()));

@@ -13,7 +13,8 @@ struct RequestHeader
     QString tid;            // calling terminal's composite identifier, as text
     QString aid;            // administrator's API token; its presence makes an admin request
     bool valid = false;     // an Authorization line was seen
-    bool develEnv = false;  // X-WEBAPI-DEVEL-ENV carried the development token
+    QString develToken;     // X-WEBAPI-DEVEL-ENV value, as sent
+    bool develEnv = false;  // development mode: the customer's vars consented to develToken
     bool prettyJson = true;
     quint8 debugLevel = 0;
 };

@@ -68,16 +68,15 @@ uint WebApiWorker::dbInsertTerm(const QVariantMap &data)
     QVariantMap values;
     values.insert(QStringLiteral("online"), QDateTime::currentSecsSinceEpoch());
     values.insert(QStringLiteral("status"), 1);
-    values.insert(QStringLiteral("name"), QStringLiteral(":name"));
     values.insert(QStringLiteral("type"), QStringLiteral("API"));
     values.insert(QStringLiteral("vorixID"), vid);
+    // `name` is always among them: it was required above.
     for (const QString &key : termInfoFields()) {
         if (!data.contains(key))
             continue;
         const QString value = data.value(key).toString().trimmed();
         // An empty address never overwrites a stored one.
-        if (value.isEmpty()
-            && (key == QLatin1String("mac") || key == QLatin1String("ip") || key == QLatin1String("vorixID")))
+        if (value.isEmpty() && (key == QLatin1String("mac") || key == QLatin1String("ip")))
             continue;
         values.insert(key, value);
     }
@@ -86,30 +85,25 @@ uint WebApiWorker::dbInsertTerm(const QVariantMap &data)
     if (m_debugLevel >= 2)
         qDebug() << "WebApiWorker::dbInsertTerm() data:" << compactJson(values);
 
-    QStringList assignments;
-    QStringList duplicates;
-    if (!inlineAssignments(values, "WebApiWorker::dbInsertTerm() SQl ERROR:", assignments, &duplicates, true))
-        return 0;
-
     QSqlQuery query(m_db);
-    if (!query.exec(QStringLiteral("SELECT tid FROM term WHERE vorixID = %1 ORDER BY tid DESC LIMIT 1").arg(vid))) {
+    if (!query.exec(QStringLiteral("SELECT tid, status FROM term WHERE vorixID = %1 ORDER BY tid DESC LIMIT 1").arg(vid))) {
         reportSqlError(query, "WebApiWorker::dbInsertTerm() SQl ERROR:");
         return 0;
     }
-    const uint tid = query.next() ? query.value(0).toUInt() : 0;
-    const QString separator = QStringLiteral(", ");
-    if (tid != 0) {
-        query.prepare(QStringLiteral("UPDATE term SET %1 WHERE tid = %2")
-                          .arg(assignments.join(separator), QString::number(tid)));
-    } else {
-        query.prepare(QStringLiteral("INSERT INTO term SET %1 ON DUPLICATE KEY UPDATE %2")
-                          .arg(assignments.join(separator), duplicates.join(separator)));
-    }
-    query.bindValue(QStringLiteral(":name"), name);
-    if (!query.exec()) {
-        reportSqlError(query, "WebApiWorker::dbInsertTerm() SQl ERROR:");
+    const bool known = query.next();
+    const uint tid = known ? query.value(0).toUInt() : 0;
+    // An administrator's switch-off outlives the device's attempts to come back.
+    if (known && query.value(1).toInt() == 0) {
+        m_response->setError(Response::RE_BadVID);
         return 0;
     }
+    const QString assignments = boundAssignments(values);
+    const QString sql = tid != 0
+        ? QStringLiteral("UPDATE term SET %1 WHERE tid = %2").arg(assignments, QString::number(tid))
+        : QStringLiteral("INSERT INTO term SET %1 ON DUPLICATE KEY UPDATE %2")
+              .arg(assignments, boundAssignments(values, QStringLiteral("%1=VALUES(%1)")));
+    if (!execBound(query, sql, values, "WebApiWorker::dbInsertTerm() SQl ERROR:"))
+        return 0;
     if (tid != 0) {
         if (query.numRowsAffected() < 1)
             m_response->setStatus(208);
@@ -174,10 +168,9 @@ bool WebApiWorker::dbUpdateTerm(uint tid, const QVariantMap &data)
     }
     values.insert(QStringLiteral("online"), QDateTime::currentSecsSinceEpoch());
 
-    QStringList assignments;
-    if (!inlineAssignments(values, "WebApiWorker::dbUpdateTerm() SQl ERROR:", assignments))
-        return false;
-    return execWrite(QStringLiteral("UPDATE term SET %1 WHERE tid = %2")
-                         .arg(assignments.join(QStringLiteral(", ")), QString::number(tid)),
-                     "WebApiWorker::dbUpdateTerm() SQl ERROR:");
+    QSqlQuery query(m_db);
+    return execBound(query,
+                     QStringLiteral("UPDATE term SET %1 WHERE tid = %2").arg(boundAssignments(values), QString::number(tid)),
+                     values, "WebApiWorker::dbUpdateTerm() SQl ERROR:")
+        && query.numRowsAffected() > 0;
 }

@@ -11,13 +11,6 @@
 #include <QUrlQuery>
 #include <QtDebug>
 
-namespace {
-
-// What X-WEBAPI-DEVEL-ENV must carry to switch on development mode for one request.
-const QString kDevelopmentToken = QStringLiteral("zmt-devel");
-
-} // namespace
-
 WebApiWorker::WebApiWorker(const QString &version, QObject *parent)
     : HttpPluginWorker(parent)
     , m_version(version)
@@ -63,7 +56,7 @@ RequestHeader WebApiWorker::parseHeader(const QStringList &lines) const
         else if (line.contains(QLatin1String("X-ZMT-AID"), Qt::CaseInsensitive))
             header.aid = headerValue(line);
         else if (line.contains(QLatin1String("X-WEBAPI-DEVEL-ENV"), Qt::CaseInsensitive))
-            header.develEnv = headerValue(line) == kDevelopmentToken;
+            header.develToken = headerValue(line);
     }
     return header;
 }
@@ -120,17 +113,20 @@ QByteArray WebApiWorker::buildResponse(const QString &method, const QUrl &url, c
 
     if (m_debugLevel >= 2)
         qDebug() << "WebApiWorker: pathParts:" << words.join(QStringLiteral(" | "));
+
+    // An open handle may still have lost its server; the licence rows are the first statement,
+    // and when they cannot be read the database is as good as missing.
+    if (!initDatabase() || !m_licence.load(m_db))
+        return m_response->renderError(Response::RE_BadDatabase, m_db.databaseName());
+    // Only the customer's rows can say yes, so everything before them runs without it.
+    m_header.develEnv = m_licence.developmentAllowed(m_header.develToken);
+    m_response->setDevelopment(m_header.develEnv);
     if (m_header.develEnv) {
         QVariantMap request;
         request.insert(QStringLiteral("method"), method);
         request.insert(QStringLiteral("path"), words.join(QLatin1Char('/')));
         m_response->setDebugValue(QStringLiteral("buildResponse"), request);
     }
-
-    // An open handle may still have lost its server; the licence rows are the first statement,
-    // and when they cannot be read the database is as good as missing.
-    if (!initDatabase() || !m_licence.load(m_db))
-        return m_response->renderError(Response::RE_BadDatabase, m_db.databaseName());
     if (!checkWebApiEnabled(firstWord))
         return m_response->renderError(Response::RE_BadAuthorization, Licence::notLicensedText());
     if (!checkAuth(m_header.authorization))
@@ -163,7 +159,9 @@ bool WebApiWorker::checkWebApiEnabled(const QString &firstWord)
 
 bool WebApiWorker::checkAuth(const QString &authorization)
 {
-    return m_licence.checkAuth(authorization, m_response.data());
+    // A scoped key serves its own context only.
+    return m_licence.checkAuth(authorization, m_contextType == AdminContext ? Licence::Scope::Admin : Licence::Scope::Terminal,
+                               m_response.data());
 }
 
 bool WebApiWorker::checkTerminalInVorix(uint vid)
@@ -278,26 +276,27 @@ void WebApiWorker::reportSqlError(const QString &error, const QString &sql, cons
     qCritical() << logLine << error << "\nSQL:" << sql;
 }
 
-bool WebApiWorker::inlineAssignments(const QVariantMap &values, const char *failureLine, QStringList &assignments,
-                                     QStringList *duplicates, bool namePlaceholder)
+QString WebApiWorker::boundAssignments(const QVariantMap &values, const QString &shape)
 {
-    for (auto it = values.cbegin(); it != values.cend(); ++it) {
-        const QString value = it.value().toString();
-        const bool placeholder =
-            namePlaceholder && value == QLatin1String(":name") && it.key() == QLatin1String("name");
-        // Values stand unescaped inside double quotes: a quote or a backslash would end them
-        // early, and a leading colon could turn into a placeholder.
-        if (!placeholder
-            && (value.startsWith(QLatin1Char(':')) || value.contains(QLatin1Char('"'))
-                || value.contains(QLatin1Char('\\')))) {
-            reportSqlError(QStringLiteral("Value of '%1' refused: a double quote, a backslash or a leading colon")
-                               .arg(it.key()),
-                           QString(), failureLine);
-            return false;
-        }
-        assignments << (placeholder ? QStringLiteral("%1=%2") : QStringLiteral("%1=\"%2\"")).arg(it.key(), value);
-        if (duplicates)
-            *duplicates << QStringLiteral("%1=VALUES(%1)").arg(it.key());
-    }
+    QStringList parts;
+    for (auto it = values.cbegin(); it != values.cend(); ++it)
+        parts << shape.arg(it.key());
+    return parts.join(QStringLiteral(", "));
+}
+
+bool WebApiWorker::prepareBound(QSqlQuery &query, const QString &sql, const QVariantMap &values)
+{
+    if (!query.prepare(sql))
+        return false;
+    for (auto it = values.cbegin(); it != values.cend(); ++it)
+        query.bindValue(QLatin1Char(':') + it.key(), it.value());
     return true;
+}
+
+bool WebApiWorker::execBound(QSqlQuery &query, const QString &sql, const QVariantMap &values, const char *failureLine)
+{
+    if (prepareBound(query, sql, values) && query.exec())
+        return true;
+    reportSqlError(query.lastError().text(), sql, failureLine);
+    return false;
 }

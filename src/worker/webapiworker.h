@@ -92,6 +92,9 @@ public:
     uint dbGetEntranceMaxRefId(uint tid);
     uint dbInsertEntrance(uint tid, const QVariantMap &data);
     QVariant dbGetEntrance(uint id);
+    // The first stored row of the event in `values` under this refId (0: none) in `id`; the
+    // date counts only when the body carried one. False when the lookup failed (reported).
+    bool findRepeatedEntrance(uint tid, uint refId, const QVariantMap &values, bool dated, uint &id);
 
     // Synchronisation feed (sync.cpp); built and tested, not routed.
     bool dbGetSync(uint tid, bool force);
@@ -122,11 +125,14 @@ protected:
     // driver's text, and the operation's critical line with the last query.
     void reportSqlError(const QSqlQuery &query, const char *logLine);
     void reportSqlError(const QString &error, const QString &sql, const char *logLine);
-    // The "key=\"value\"" lists of the statements that inline values unescaped, in key order.
-    // A value holding '"' or '\\', or beginning with ':', fails as a failed statement does,
-    // before anything is written; only registration (`namePlaceholder`) keeps name=:name.
-    bool inlineAssignments(const QVariantMap &values, const char *failureLine, QStringList &assignments,
-                           QStringList *duplicates = nullptr, bool namePlaceholder = false);
+    // "key=:key" (or another `shape` with one "%1") for every value, in key order, joined by
+    // ", ": the column lists of statements whose values are all bound.
+    static QString boundAssignments(const QVariantMap &values, const QString &shape = QStringLiteral("%1=:%1"));
+    // Prepares `sql` and binds every value under ":" and its key: no client text becomes part
+    // of a statement. False when the prepare failed (the query holds the error).
+    bool prepareBound(QSqlQuery &query, const QString &sql, const QVariantMap &values);
+    // prepareBound and exec; a failure of either is reported with `failureLine`.
+    bool execBound(QSqlQuery &query, const QString &sql, const QVariantMap &values, const char *failureLine);
     // The shared body of the keyed feed sections (sync.cpp).
     QVariantMap dbGetSyncSection(const SyncSection &section, uint tid, bool force);
 

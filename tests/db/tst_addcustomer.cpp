@@ -1,5 +1,6 @@
 // scripts/add-customer against the private MariaDB: each customer's MySQL user reaches its
 // own database only, and the key and admin token it prints once work through the plug-in.
+// The migration scripts bring an older database to the layout of a new one.
 #include "support/apifixture.h"
 
 #include "licence/licence.h"
@@ -52,6 +53,7 @@ private slots:
     void printedCredentialsWork();
     void refusals_data();
     void refusals();
+    void migrationReachesNewLayout();
 
 private:
     QScopedPointer<ApiFixture> m_fx;  // its InfoDB, manager and worker serve the new customers
@@ -194,6 +196,37 @@ void TestAddCustomer::refusals()
                              .arg(QString(name).replace("'", "''")))
                  .toInt(),
              name == m_a ? 1 : 0);
+}
+
+void TestAddCustomer::migrationReachesNewLayout()
+{
+    const QString schema = WEBAPI_SOURCE_DIR "/database/schema/";
+    TestDatabase fresh("fresh", schema + "customer.sql");
+    TestDatabase old("old", schema + "customer.sql");
+    QVERIFY2(fresh.isReady() && old.isReady(), qPrintable(fresh.error() + old.error()));
+    // Back to version 1, with an entrance stored under it.
+    for (const char *sql : {"ALTER TABLE inters_data DROP KEY uq_inters_data_event, DROP COLUMN sentDate, "
+                            "ADD UNIQUE KEY uq_inters_data_ref (tid, refId)",
+                            "ALTER TABLE admins MODIFY apiToken VARCHAR(128) NULL", "DROP TABLE schema_version",
+                            "INSERT INTO term (tid, vorixID) VALUES (1, 1)", "INSERT INTO inters (iid, name, shortcut) VALUES (1, 'In', 'I')",
+                            "INSERT INTO people (uid, pid, name) VALUES (1, 1, 'A')",
+                            "INSERT INTO inters_data (tid, refId, uid, iid, date) VALUES (1, 5, 1, 1, 1714543200)"})
+        QVERIFY2(old.exec(sql), qPrintable(old.error()));
+    // Twice: a second run changes nothing.
+    for (int run = 0; run < 2; ++run) {
+        QString error;
+        QVERIFY2(TestServer::loadSqlFile(old.name(), schema + "migrate-2.sql", &error), qPrintable(error));
+    }
+    for (const QString table : {"inters_data", "admins"}) {
+        const auto layout = [&](TestDatabase &db) {
+            return db.rows("SHOW CREATE TABLE " + table).value(0).value("Create Table").toString().remove(
+                QRegularExpression(" AUTO_INCREMENT=\\d+"));
+        };
+        QCOMPARE(layout(old), layout(fresh));
+    }
+    QCOMPARE(old.scalar("SELECT GROUP_CONCAT(version) FROM schema_version").toString(), QString("2"));
+    QCOMPARE(old.scalar("SELECT CONCAT_WS('|', refId, date, sentDate) FROM inters_data").toString(),
+             QString("5|1714543200|0"));
 }
 
 QTEST_GUILESS_MAIN(TestAddCustomer)

@@ -68,6 +68,7 @@ void TestAdmin::wholeResponses_data()
     // The administrator is looked up before the endpoint word is.
     QTest::newRow("unknown token") << "GET" << "attendance/daily" << "tok-nobody" << "admin/no-admin.http";
     QTest::newRow("unknown token, unknown endpoint") << "GET" << "nothing" << "tok-nobody" << "admin/no-admin.http";
+    QTest::newRow("token in other case") << "GET" << "attendance/daily" << "TOK-BOSS" << "admin/no-admin.http";
     QTest::newRow("deleted admin") << "GET" << "work/daily" << "tok-deleted" << "admin/no-admin.http";
     QTest::newRow("status 0") << "GET" << "report/daily" << "tok-disabled" << "admin/invalid-admin.http";
     QTest::newRow("status 0, unknown endpoint") << "GET" << "nothing" << "tok-disabled" << "admin/invalid-admin.http";

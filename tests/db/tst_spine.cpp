@@ -24,17 +24,24 @@ private slots:
     void noManagerIsBadDatabase();
     void licenceRows_data();
     void licenceRows();
+    void keyScopes_data();
+    void keyScopes();
+    void developmentMode_data();
+    void developmentMode();
     void emptyTokenRunsOnMaster();
     void managerConnectionQueuedAfterRequest();
 
 private:
     QScopedPointer<ApiFixture> m_fx;
+    QString m_terminal;
 };
 
 void TestSpine::initTestCase()
 {
     m_fx.reset(new ApiFixture(QStringLiteral("spine")));
     QVERIFY2(m_fx->setUp(), qPrintable(m_fx->error()));
+    m_terminal = m_fx->addTerminal(77);
+    QVERIFY(m_fx->customer().exec("INSERT INTO admins (login, apiToken, status, perms) VALUES ('scope', 'tok-scope', 1, 2)"));
 }
 
 void TestSpine::wholeResponses_data()
@@ -150,6 +157,97 @@ void TestSpine::licenceRows()
     QCOMPARE(HttpReply::parse(raw).status, status);
     if (!expectedFile.isEmpty())
         COMPARE_EXPECTED(maskTms(raw), expectedFile);
+}
+
+void TestSpine::keyScopes_data()
+{
+    QTest::addColumn<QString>("prefix");  // of the stored digest
+    QTest::addColumn<QString>("method");
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<bool>("admin");      // sent with an administrator's token
+    QTest::addColumn<bool>("allowed");
+
+    const struct
+    {
+        const char *tag;
+        const char *method;
+        const char *path;
+        bool admin;
+    } requests[] = {{"info", "GET", "/webapi/info", false},
+                    {"register", "POST", "/webapi/terminal", false},
+                    {"add person", "POST", "/webapi/person", false},
+                    {"post entrance", "POST", "/webapi/entrance", false},
+                    {"attendance", "GET", "/webapi/attendance/daily", true}};
+    // A key without a scope serves both contexts; one of an unknown scope serves none.
+    for (const char *prefix : {"", "terminal:", "admin:", "door:"}) {
+        for (const auto &r : requests) {
+            const bool allowed = !qstrcmp(prefix, "") || (!qstrcmp(prefix, "terminal:") && !r.admin)
+                || (!qstrcmp(prefix, "admin:") && r.admin);
+            QTest::addRow("%s%s", prefix, r.tag) << prefix << r.method << r.path << r.admin << allowed;
+        }
+    }
+}
+
+void TestSpine::keyScopes()
+{
+    QFETCH(QString, prefix);
+    QFETCH(QString, method);
+    QFETCH(QString, path);
+    QFETCH(bool, admin);
+    QFETCH(bool, allowed);
+    TestDatabase &db = m_fx->customer();
+    QVERIFY(db.exec(QStringLiteral("UPDATE vars SET value = '%1%2' WHERE name = 'webapi.key.terminals'")
+                        .arg(prefix, Licence::keyDigest(ApiFixture::kKey))));
+    QStringList headers = admin ? m_fx->adminHeaders("tok-scope") : m_fx->terminalHeaders(m_terminal);
+    headers << "Content-Type: application/json";
+    const HttpReply reply = m_fx->request(method, path, headers, R"({"vid": 77, "name": "Door"})");
+    QVERIFY(db.exec(QStringLiteral("UPDATE vars SET value = '%1' WHERE name = 'webapi.key.terminals'")
+                        .arg(Licence::keyDigest(ApiFixture::kKey))));
+    // Refused as an unknown key, so a key says nothing of where else it would work.
+    QCOMPARE(reply.status == 401, !allowed);
+    if (!allowed)
+        QCOMPARE(reply.json().object().value("code").toInt(), int(Response::RE_BadApiToken));
+}
+
+void TestSpine::developmentMode_data()
+{
+    QTest::addColumn<QString>("row");   // webapi.devel; null: none
+    QTest::addColumn<QString>("sent");  // X-WEBAPI-DEVEL-ENV; null: not sent
+    QTest::addColumn<bool>("shown");
+
+    const QString digest = Licence::keyDigest("s3cret");
+    QTest::newRow("consented") << digest << "s3cret" << true;
+    QTest::newRow("no row, the old fixed token") << QString() << "zmt-devel" << false;
+    QTest::newRow("other value") << digest << "S3CRET" << false;
+    QTest::newRow("not sent") << digest << QString() << false;
+    QTest::newRow("empty row, empty value") << "" << "" << false;
+    QTest::newRow("digest in upper case") << digest.toUpper() << "s3cret" << false;
+}
+
+void TestSpine::developmentMode()
+{
+    QFETCH(QString, row);
+    QFETCH(QString, sent);
+    QFETCH(bool, shown);
+    TestDatabase &db = m_fx->customer();
+    if (!row.isNull())
+        QVERIFY(db.exec(QStringLiteral("INSERT INTO vars VALUES ('webapi.devel', '%1')").arg(row)));
+    QStringList headers = m_fx->terminalHeaders();
+    if (!sent.isNull())
+        headers << "X-WEBAPI-DEVEL-ENV: " + sent;
+    // A failing statement: development mode shows the server's words.
+    QVERIFY(db.exec("RENAME TABLE inters TO inters_away"));
+    HttpReply reply;
+    {
+        LogCapture log;
+        reply = m_fx->request("GET", "/webapi/inters", headers);
+    }
+    QVERIFY(db.exec("RENAME TABLE inters_away TO inters"));
+    QVERIFY(db.exec("DELETE FROM vars WHERE name = 'webapi.devel'"));
+    QCOMPARE(reply.status, 500);
+    const QString message = reply.json().object().value("message").toString();
+    QCOMPARE(message.contains("doesn't exist"), shown);
+    QCOMPARE(message == "Database error", !shown);
 }
 
 void TestSpine::emptyTokenRunsOnMaster()

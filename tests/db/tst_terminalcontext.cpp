@@ -57,11 +57,15 @@ private slots:
     void knownPidFromSecondTerminal();
     void nonAsciiNamesIntact();
     void samePidOnTwoThreads();
-    void photoAnnouncedOnceAndRepeatIs208();
-    void refIds();
+    void repeats_data();
+    void repeats();
+    void sameEntranceOnTwoThreads_data();
+    void sameEntranceOnTwoThreads();
 
 private:
     HttpReply post(const QString &word, const QByteArray &body, const QString &tid = kT1);
+    // Two posts at the same moment, each on a thread and connection of its own.
+    QList<HttpReply> race(const QString &word, const QByteArray bodies[2], const QString tids[2]);
     QString sql(const QString &query) { return m_fx->customer().scalar(query).toString(); }
     QJsonObject entrance(int refId, int iid = 1) const;
 
@@ -140,6 +144,11 @@ void TestTerminalContext::wholeResponses_data()
                                       << QString() << "SELECT COUNT(*) FROM term WHERE vorixID = 0" << "0" << "terminal/register-no-vid.http";
     QTest::newRow("register, broken") << "POST" << terminal << QString() << QByteArray("{\"vid\": ") << QString()
                                       << QString() << QString() << QString() << "terminal/register-broken.http";
+    // Switched off by an administrator: registering does not switch it on again.
+    QTest::newRow("register, disabled")
+        << "POST" << terminal << QString() << QByteArray(R"({"vid": 104, "name": "Back on"})") << QString() << QString()
+        << "SELECT CONCAT_WS('|', COUNT(*), MAX(status), MAX(name)) FROM term WHERE vorixID = 104" << "1|0|Off"
+        << "terminal/register-bad-vid.http";
     QTest::newRow("register, not licensed")
         << "POST" << terminal << QString() << QByteArray(R"({"vid": 12345, "name": "Foreign"})") << QString() << QString()
         << "SELECT COUNT(*) FROM term WHERE vorixID = 12345" << "0" << "terminal/register-bad-vid.http";
@@ -206,11 +215,9 @@ void TestTerminalContext::badInput_data()
                         const char *log = "") {
         QTest::newRow(tag) << QString::fromLatin1(word) << body << status << code << QString::fromLatin1(log);
     };
-    const char *termError = "^WebApiWorker::dbInsertTerm\\(\\) SQl ERROR: .*\nSQL: ";
     row("term: vid 0, no name", "terminal", R"({"vid": 0})", 422, Response::RE_RequiredVorixID);
     row("term: vid text", "terminal", R"({"vid": "abc", "name": "A"})", 422, Response::RE_RequiredVorixID);
     row("term: empty name", "terminal", R"({"vid": 6001, "name": ""})", 422, Response::RE_RequiredName);
-    row("term: quote in name", "terminal", R"({"vid": 5004, "name": "Door \"B\""})", 500, Response::RE_SQLError, termError);
     row("term: not json", "terminal", "vid=1&name=x", 400);
     row("term: array", "terminal", R"([{"vid": 7001, "name": "x"}])", 422);
     row("term: vid object", "terminal", R"({"vid": {"a": 1}, "name": "x"})", 422);
@@ -230,7 +237,6 @@ void TestTerminalContext::badInput_data()
     row("person: pid huge", "person", R"({"pid": 1e300, "name": "x"})", 422);
     row("person: surname only", "person", R"({"pid": 6002, "surname": "Only"})", 201, 0);
     row("person: name number, title array", "person", R"({"pid": 6003, "name": 42, "title": [1, 2]})", 201, 0);
-    row("person: quote in name", "person", R"({"pid": 6004, "name": "O\"Neil"})", 500, -1, personError);
     row("person: gid text", "person", R"({"pid": 6005, "name": "x", "gid": "abc"})", 500, -1, personError);
     row("person: empty end", "person", R"({"pid": 6006, "name": "x", "end": ""})", 500, -1, personError);
 
@@ -259,6 +265,11 @@ void TestTerminalContext::badInput_data()
     row("entrance: not json", "entrance", "uid=1", 400);
     row("entrance: array", "entrance", "[1, 2]", 422);
     row("entrance: quotes and colons", "entrance", json(good, "description", "a \"b\" :c 'd' %1"), 201, 0);
+    // A terminal posts only as itself: its identifier or its number, nothing else.
+    row("entrance: other terminal's tid", "entrance", json(entrance(21), "tid", kT2), 400, Response::RE_InvalidID);
+    row("entrance: tid number of another", "entrance", json(entrance(21), "tid", 2), 400, Response::RE_InvalidID);
+    row("entrance: own tid", "entrance", json(entrance(22), "tid", kT1), 201, 0);
+    row("entrance: own tid number", "entrance", json(entrance(23), "tid", 1), 201, 0);
 }
 
 void TestTerminalContext::badInput()
@@ -283,7 +294,7 @@ void TestTerminalContext::badInput()
         QCOMPARE(m_fx->worker()->response()->errorCode(), code);
     QCOMPARE(sql(count).toInt(), before + (status == 201 ? 1 : 0));
     if (status == 201 && word == QLatin1String("entrance"))
-        QCOMPARE(reply.json().object().value("description").toString(), QStringLiteral("a \"b\" :c 'd' %1"));
+        QCOMPARE(reply.json().object().value("description"), QJsonDocument::fromJson(body).object().value("description"));
 }
 
 void TestTerminalContext::repeatRegistrationWithinSecondIs208()
@@ -344,36 +355,43 @@ void TestTerminalContext::nonAsciiNamesIntact()
     }
 }
 
+QList<HttpReply> TestTerminalContext::race(const QString &word, const QByteArray bodies[2], const QString tids[2])
+{
+    QSemaphore ready;
+    QSemaphore go;
+    QByteArray replies[2];
+    QThread *threads[2];
+    for (int i = 0; i < 2; ++i) {
+        threads[i] = QThread::create([&, i]() {
+            ThreadWorker worker(QStringLiteral("2.4.1"));
+            worker.setDbManager(m_fx->manager());
+            m_fx->manager()->getDatabase(m_fx->token());  // the thread's connection, opened before the start
+            ready.release();
+            go.acquire();
+            replies[i] = worker.post(word, m_fx->terminalHeaders(tids[i]), bodies[i]);
+        });
+        threads[i]->start();
+    }
+    ready.acquire(2);
+    go.release(2);
+    QList<HttpReply> parsed;
+    for (int i = 0; i < 2; ++i) {
+        threads[i]->wait(30000);
+        delete threads[i];
+        parsed.append(HttpReply::parse(replies[i]));
+    }
+    return parsed;
+}
+
 void TestTerminalContext::samePidOnTwoThreads()
 {
+    const QString tids[2] = {kT1, kT2};
     for (uint pid = 8001; pid <= 8010; ++pid) {
-        QSemaphore ready;
-        QSemaphore go;
-        QByteArray replies[2];
-        const QString tids[2] = {kT1, kT2};
-        QThread *threads[2];
-        for (int i = 0; i < 2; ++i) {
-            threads[i] = QThread::create([&, i]() {
-                ThreadWorker worker(QStringLiteral("2.4.1"));
-                worker.setDbManager(m_fx->manager());
-                // Each terminal sends its own card, so a late duplicate still changes the row.
-                const QByteArray body = QStringLiteral(R"({"pid": %1, "name": "Race", "card": "%2"})").arg(pid).arg(i).toUtf8();
-                m_fx->manager()->getDatabase(m_fx->token());  // the thread's connection, opened before the start
-                ready.release();
-                go.acquire();
-                replies[i] = worker.post(QStringLiteral("person"), m_fx->terminalHeaders(tids[i]), body);
-            });
-            threads[i]->start();
-        }
-        ready.acquire(2);
-        go.release(2);
-        for (QThread *thread : threads) {
-            QVERIFY(thread->wait(30000));
-            delete thread;
-        }
-        for (const QByteArray &raw : replies) {
-            const HttpReply reply = HttpReply::parse(raw);
-            QVERIFY2(reply.status == 200 || reply.status == 201, raw.constData());
+        // Each terminal sends its own card, so a late duplicate still changes the row.
+        const QByteArray bodies[2] = {QStringLiteral(R"({"pid": %1, "name": "Race", "card": "0"})").arg(pid).toUtf8(),
+                                      QStringLiteral(R"({"pid": %1, "name": "Race", "card": "1"})").arg(pid).toUtf8()};
+        for (const HttpReply &reply : race(QStringLiteral("person"), bodies, tids)) {
+            QVERIFY2(reply.status == 200 || reply.status == 201, reply.body.constData());
             QCOMPARE(reply.json().object().value("pid").toInt(), int(pid));
         }
         QCOMPARE(sql(QStringLiteral("SELECT CONCAT(COUNT(DISTINCT uid), '|', COUNT(*)) FROM people_term JOIN people "
@@ -382,53 +400,93 @@ void TestTerminalContext::samePidOnTwoThreads()
     }
 }
 
-void TestTerminalContext::photoAnnouncedOnceAndRepeatIs208()
+void TestTerminalContext::sameEntranceOnTwoThreads_data()
 {
-    QByteArray photo(1024 * 1024, '\0');
-    for (int i = 0; i < photo.size(); ++i)
-        photo[i] = char((i * 7 + i / 256) & 0xFF);
-    QSignalSpy created(m_fx->worker(), &WebApiWorker::recordCreated);
-    QJsonObject body = entrance(30);
-    body.insert("image", QString::fromLatin1(photo.toBase64()));
-    const QByteArray json = QJsonDocument(body).toJson();
-
-    const HttpReply first = post(QStringLiteral("entrance"), json);
-    QCOMPARE(first.status, 201);
-    const uint id = sql(QStringLiteral("SELECT id FROM inters_data WHERE refId = 30")).toUInt();
-    QCOMPARE(m_fx->customer().scalar(QStringLiteral("SELECT photo FROM inters_data WHERE id = %1").arg(id)).toByteArray(),
-             photo);
-    QCOMPARE(created.count(), 1);
-    QCOMPARE(created.first(), QVariantList({QStringLiteral("inters_data"), id, m_fx->token(), QVariant::fromValue(quint8(1))}));
-
-    const HttpReply again = post(QStringLiteral("entrance"), json);
-    QCOMPARE(again.status, 208);
-    QCOMPARE(again.json().object().value("eid"), first.json().object().value("eid"));
-    QCOMPARE(sql(QStringLiteral("SELECT COUNT(*) FROM inters_data WHERE refId = 30")), QStringLiteral("1"));
-    // Neither an entrance without a photo nor one whose image decodes to nothing is announced.
-    QCOMPARE(post(QStringLiteral("entrance"), QJsonDocument(entrance(31)).toJson()).status, 201);
-    body = entrance(32);
-    body.insert("image", "");
-    QCOMPARE(post(QStringLiteral("entrance"), QJsonDocument(body).toJson()).status, 201);
-    QCOMPARE(created.count(), 1);
-    QCOMPARE(sql(QStringLiteral("SELECT photo IS NULL FROM inters_data WHERE refId = 32")), QStringLiteral("1"));
+    QTest::addColumn<bool>("dated");
+    QTest::newRow("dated") << true;
+    QTest::newRow("without date") << false;
 }
 
-void TestTerminalContext::refIds()
+void TestTerminalContext::sameEntranceOnTwoThreads()
 {
-    QCOMPARE(post(QStringLiteral("entrance"), QJsonDocument(entrance(11)).toJson()).status, 201);
-    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(
-                                           "^WebApiWorker::dbInsertEntrance\\(\\) - different entrance with same refId "
-                                           "from Terminal ID: \\d+! \n\\(id: \\d+, refId: 11, uid \\[ZMTDB\\]: 1\\)$")));
-    const HttpReply other = post(QStringLiteral("entrance"), QJsonDocument(entrance(11, 2)).toJson());
-    QCOMPARE(other.status, 201);
-    // The terminal's number is unique per terminal here, so the new event takes the row over.
-    QCOMPARE(sql(QStringLiteral("SELECT GROUP_CONCAT(iid) FROM inters_data WHERE refId = 11")), QStringLiteral("2"));
+    QFETCH(bool, dated);
+    const QString tids[2] = {kT1, kT1};
+    // Both copies may pass the lookup; the key lets one row through and hands its id to the other.
+    for (int refId = dated ? 100 : 200, last = refId + 10; refId < last; ++refId) {
+        QJsonObject body = entrance(refId);
+        if (!dated)
+            body.remove("date");
+        const QByteArray bodies[2] = {QJsonDocument(body).toJson(), QJsonDocument(body).toJson()};
+        const QList<HttpReply> replies = race(QStringLiteral("entrance"), bodies, tids);
+        QCOMPARE(replies.at(0).status + replies.at(1).status, 201 + 208);
+        QCOMPARE(replies.at(0).json().object().value("eid"), replies.at(1).json().object().value("eid"));
+        QCOMPARE(sql(QStringLiteral("SELECT COUNT(*) FROM inters_data WHERE refId = %1").arg(refId)), QStringLiteral("1"));
+    }
+}
 
-    QJsonObject body = entrance(0);
-    body.insert("description", "no number");
-    QCOMPARE(post(QStringLiteral("entrance"), QJsonDocument(body).toJson()).status, 201);
-    QCOMPARE(post(QStringLiteral("entrance"), QJsonDocument(body).toJson()).status, 201);
-    QCOMPARE(sql(QStringLiteral("SELECT COUNT(*) FROM inters_data WHERE description = 'no number'")), QStringLiteral("2"));
+void TestTerminalContext::repeats_data()
+{
+    QTest::addColumn<QJsonObject>("first");
+    QTest::addColumn<QJsonObject>("second");
+    QTest::addColumn<int>("status");  // of the second post; 208 answers with the first eid
+    const auto with = [this](int refId, const char *key, const QJsonValue &value) {
+        QJsonObject body = entrance(refId);
+        if (value.isUndefined())
+            body.remove(key);
+        else
+            body.insert(key, value);
+        return body;
+    };
+    QTest::newRow("same event") << entrance(40) << entrance(40) << 208;
+    QTest::newRow("other reason") << entrance(41) << entrance(41, 2) << 201;
+    QTest::newRow("other type") << entrance(42) << with(42, "type", 2) << 201;
+    QTest::newRow("other date") << entrance(43) << with(43, "date", "2024-05-01T08:00:01") << 201;
+    QTest::newRow("no date, twice") << with(44, "date", QJsonValue::Undefined) << with(44, "date", QJsonValue::Undefined)
+                                    << 208;
+    QTest::newRow("retry without date") << entrance(45) << with(45, "date", QJsonValue::Undefined) << 208;
+    QTest::newRow("dated after undated") << with(46, "date", QJsonValue::Undefined) << entrance(46) << 201;
+    QTest::newRow("no refId, twice") << entrance(0) << entrance(0) << 201;
+}
+
+void TestTerminalContext::repeats()
+{
+    QFETCH(QJsonObject, first);
+    QFETCH(QJsonObject, second);
+    QFETCH(int, status);
+    // Each post with a photo of its own; the tag keeps this row's entrances apart.
+    const QString tag = QTest::currentDataTag();
+    first.insert("description", tag);
+    second.insert("description", tag);
+    const QByteArray photos[2] = {"first " + tag.toUtf8(), "second " + tag.toUtf8()};
+    first.insert("image", QString::fromLatin1(photos[0].toBase64()));
+    second.insert("image", QString::fromLatin1(photos[1].toBase64()));
+    QSignalSpy created(m_fx->worker(), &WebApiWorker::recordCreated);
+    if (status == 201 && first.value("refId").toInt() != 0)
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(
+                                               "^WebApiWorker::dbInsertEntrance\\(\\) - different entrance with same refId "
+                                               "from Terminal ID: 1! \n\\(id: \\d+, refId: %1, uid \\[ZMTDB\\]: 1\\)$")
+                                               .arg(first.value("refId").toInt())));
+
+    const HttpReply replies[2] = {post(QStringLiteral("entrance"), QJsonDocument(first).toJson()),
+                                  post(QStringLiteral("entrance"), QJsonDocument(second).toJson())};
+    QCOMPARE(replies[0].status, 201);
+    QCOMPARE(replies[1].status, status);
+    const QString eids[2] = {replies[0].json().object().value("eid").toString(),
+                             replies[1].json().object().value("eid").toString()};
+    QCOMPARE(eids[0] == eids[1], status == 208);
+    // No photo of one event lands on another, and only new rows are announced.
+    QCOMPARE(created.count(), status == 201 ? 2 : 1);
+    const auto photoOf = [&](const QString &eid) {
+        uint id = 0;
+        uint refId = 0;
+        WebApiWorker::decodeId(eid, id, refId);
+        return m_fx->customer().scalar(QStringLiteral("SELECT photo FROM inters_data WHERE id = %1").arg(id)).toByteArray();
+    };
+    QCOMPARE(photoOf(eids[0]), photos[0]);
+    if (status == 201)
+        QCOMPARE(photoOf(eids[1]), photos[1]);
+    QCOMPARE(sql(QStringLiteral("SELECT COUNT(*) FROM inters_data WHERE description = '%1'").arg(tag)).toInt(),
+             status == 201 ? 2 : 1);
 }
 
 void TestTerminalContext::unroutedReads()

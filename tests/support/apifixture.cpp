@@ -8,7 +8,6 @@
 #include <QUrl>
 
 const QString ApiFixture::kKey = QStringLiteral("test-terminal-key-0123456789");
-const QString ApiFixture::kDevelToken = QStringLiteral("zmt-devel");
 
 ApiFixture::ApiFixture(const QString &suite)
     : m_suite(suite)

@@ -17,7 +17,6 @@ class ApiFixture
 {
 public:
     static const QString kKey;        // the terminal key whose digest is stored
-    static const QString kDevelToken; // X-WEBAPI-DEVEL-ENV value
 
     explicit ApiFixture(const QString &suite);
     ~ApiFixture();

@@ -94,7 +94,7 @@ void TestLicence::refusals()
 
     const Licence licence;  // no rows: no key is known
     Response response{RequestHeader()};
-    QVERIFY(!licence.checkAuth(authorization, &response));
+    QVERIFY(!licence.checkAuth(authorization, Licence::Scope::Terminal, &response));
     QCOMPARE(response.errorCode(), code);
     QCOMPARE(int(response.status()), 401);
     QCOMPARE(response.data().toMap().value(QStringLiteral("message")).toString(), message);
@@ -106,6 +106,7 @@ void TestLicence::nothingAllowedWithoutRows()
     QVERIFY(!licence.webApiEnabled());
     QVERIFY(!licence.deviceAllowed(0));
     QVERIFY(!licence.deviceAllowed(1000));
+    QVERIFY(!licence.developmentAllowed(QString()));
 }
 
 QTEST_GUILESS_MAIN(TestLicence)

@@ -2,7 +2,7 @@
 -- 1704063600 = 2024-01-01, 1893452400 = 2030-01-01, 1714543200 = 2024-05-01 08:00.
 UPDATE vars SET value = '0-9999' WHERE name = 'webapi.devices';
 INSERT INTO term (tid, vorixID, type, status, name) VALUES (1, 101, 'API', 1, 'T1'), (2, 102, 'API', 1, 'T2'),
-    (3, 103, 'API', 1, 'T3');
+    (3, 103, 'API', 1, 'T3'), (4, 104, 'API', 0, 'Off');
 INSERT INTO inters (iid, name, shortcut, weight, color) VALUES (3, 'Lunch', 'L', 1, '#f00'),
     (1, 'Arrival', 'A', 2, NULL), (2, 'Doctor', 'D', 1, '#0f0');
 INSERT INTO mastergroups (mgId, name) VALUES (1, 'Plant');
