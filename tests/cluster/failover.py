@@ -28,8 +28,10 @@ ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__)
 REQUESTS = int(os.environ.get("CLUSTER_REQUESTS", 2000))
 CLIENTS = int(os.environ.get("CLUSTER_CLIENTS", 8))
 RACES = int(os.environ.get("CLUSTER_RACES", 20))
-# The answer of a database or host that is switching over; a client repeats such a request.
-RETRYABLE = {503}
+# Answers of a database or host that is switching over (503, or the database's error code
+# 500 as status 500 or, for a refused write, 400); a client repeats such a request.
+REFUSED_WRITE = "400 code 500"
+RETRYABLE = {500, 503, REFUSED_WRITE}
 EXPECTED = {200, 201, 208} | RETRYABLE
 RACE_HOSTS = (3, 4)  # extra hosts, each on its own database node
 
@@ -73,7 +75,7 @@ def request(port, method, path, headers, body=None):
         conn.request(method, "/webapi" + path, data, headers)
         reply = conn.getresponse()
         raw = reply.read()
-        if reply.status in RETRYABLE and not reply.getheader("X-WEBAPI-VER"):
+        if reply.status == 503 and not reply.getheader("X-WEBAPI-VER"):
             return reply.status, None  # the balancer's own page: no host could answer
         parsed = json.loads(raw)
         # An error is {"code", "message"}, or the code alone where the text is development-only.
@@ -199,11 +201,13 @@ def load():
                 status, parsed = request(int(ENV["web_port"]), "GET", f"/report/daily/{day}", ADMIN)
             else:
                 status, parsed = request(int(ENV["web_port"]), "GET", "/" + kind, TERMINAL)
+            if status == 400 and parsed.get("code") == 500:
+                status = REFUSED_WRITE
             with lock:
                 statuses[status] = statuses.get(status, 0) + 1
                 if status in (201, 208):
                     acked.add(ref)
-                elif status not in (200,):
+                elif status != 200:
                     log.append((f"{kind} answered {status}" + (" (balancer)" if parsed is None else f" {parsed}"),
                                 time.monotonic() - started, 0))
             time.sleep(0.1)
