@@ -67,7 +67,8 @@ uint WebApiWorker::dbInsertEntrance(uint tid, const QVariantMap &data)
     values.insert(QStringLiteral("tid"), tid);
     values.insert(QStringLiteral("uid"), uid);
     int required = 0;
-    for (const QString &key : {QStringLiteral("iid"), QStringLiteral("type"), QStringLiteral("date"), QStringLiteral("description"), QStringLiteral("refId")}) {
+    for (const QString &key : {QStringLiteral("iid"), QStringLiteral("type"), QStringLiteral("date"),
+                               QStringLiteral("description"), QStringLiteral("refId")}) {
         if (!data.contains(key))
             continue;
         const bool numeric = key == QLatin1String("iid") || key == QLatin1String("refId");
@@ -90,7 +91,7 @@ uint WebApiWorker::dbInsertEntrance(uint tid, const QVariantMap &data)
     // a row of its own. Without a refId nothing is a repeat.
     const bool dated = values.contains(QStringLiteral("date"));
     uint repeated = 0;
-    if (refId != 0 && !findRepeatedEntrance(tid, refId, values, dated, repeated))
+    if (refId != 0 && !findRepeatedEntrance(tid, refId, values, repeated))
         return 0;
     if (repeated != 0) {
         m_response->setStatus(208);
@@ -108,7 +109,7 @@ uint WebApiWorker::dbInsertEntrance(uint tid, const QVariantMap &data)
     const QByteArray photo = data.contains(QStringLiteral("image"))
         ? QByteArray::fromBase64(data.value(QStringLiteral("image")).toByteArray())
         : QByteArray();
-    QVariantMap bound = values;
+    QVariantMap bound = values;  // `values` stays without the photo for the log line below
     if (!photo.isEmpty())
         bound.insert(QStringLiteral("photo"), photo);
     // A copy that lost the race to the key changes nothing and leaves its twin's id behind.
@@ -137,7 +138,7 @@ uint WebApiWorker::dbInsertEntrance(uint tid, const QVariantMap &data)
     const uint id = query.lastInsertId().toUInt();
     if (id == 0)
         return 0;
-    if (query.numRowsAffected() < 1) {
+    if (query.numRowsAffected() < 1) {  // the twin's row
         m_response->setStatus(208);
         return id;
     }
@@ -147,8 +148,9 @@ uint WebApiWorker::dbInsertEntrance(uint tid, const QVariantMap &data)
     return id;
 }
 
-bool WebApiWorker::findRepeatedEntrance(uint tid, uint refId, const QVariantMap &values, bool dated, uint &id)
+bool WebApiWorker::findRepeatedEntrance(uint tid, uint refId, const QVariantMap &values, uint &id)
 {
+    const bool dated = values.contains(QStringLiteral("date"));
     QSqlQuery query(m_db);
     if (!query.exec(QStringLiteral("SELECT id, uid, iid, type, date FROM inters_data WHERE tid = %1 AND refId = %2 ORDER "
                                    "BY id")

@@ -93,8 +93,8 @@ public:
     uint dbInsertEntrance(uint tid, const QVariantMap &data);
     QVariant dbGetEntrance(uint id);
     // The first stored row of the event in `values` under this refId (0: none) in `id`; the
-    // date counts only when the body carried one. False when the lookup failed (reported).
-    bool findRepeatedEntrance(uint tid, uint refId, const QVariantMap &values, bool dated, uint &id);
+    // date counts only when `values` has one. False when the lookup failed (reported).
+    bool findRepeatedEntrance(uint tid, uint refId, const QVariantMap &values, uint &id);
 
     // Synchronisation feed (sync.cpp); built and tested, not routed.
     bool dbGetSync(uint tid, bool force);
