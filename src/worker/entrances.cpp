@@ -192,7 +192,8 @@ QVariant WebApiWorker::dbGetEntrance(uint id)
                         .arg(id))) {
         // The line it has always shared with the terminal read.
         reportSqlError(query, "WebApiWorker::dbGetTerm() SQl ERROR:");
-        return QVariantMap();
+        // Invalid, so that the error body stays: an empty row would replace it with {}.
+        return QVariant();
     }
     if (!query.next())
         return QVariantMap();

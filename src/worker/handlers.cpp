@@ -38,7 +38,9 @@ bool WebApiWorker::checkTerminalId(const QString &text, uint &tid, const std::fu
     if (between && !between())
         return false;
     if (!dbCheckTerm(tid, vorixID)) {
-        m_response->setError(Response::RE_NoTerminal);
+        // A read that failed has said so: a terminal is never told it is unknown for that.
+        if (m_response->errorCode() != Response::RE_SQLError)
+            m_response->setError(Response::RE_NoTerminal);
         return false;
     }
     return true;
