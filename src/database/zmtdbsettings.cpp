@@ -117,9 +117,10 @@ bool ZmtDbSettings::variableSet(const QMap<QString, QVariant> &values)
 bool ZmtDbSettings::variableDel(const QString &name, bool prefix)
 {
     QSqlQuery query(m_db);
-    const bool deleted = (prefix ? execBound(query, QStringLiteral("DELETE FROM vars WHERE ") + kLikePrefix, {likePrefix(name)})
-                                 : execBound(query, QStringLiteral("DELETE FROM vars WHERE name = ?"), {name}))
-        && query.numRowsAffected() > 0;
+    const bool done = prefix
+        ? execBound(query, QStringLiteral("DELETE FROM vars WHERE ") + kLikePrefix, {likePrefix(name)})
+        : execBound(query, QStringLiteral("DELETE FROM vars WHERE name = ?"), {name});
+    const bool deleted = done && query.numRowsAffected() > 0;
     logSqlError("ZmtDbSettings::variableDel - SQL ERROR:", query);
     return deleted;
 }
