@@ -6,7 +6,6 @@
 
 namespace {
 
-// Only the writes bind parameters; names in the other statements go in as they are.
 const QString kUpsert = QStringLiteral(
     "INSERT INTO vars (name, value) VALUES(:name, :value) ON DUPLICATE KEY UPDATE value=VALUES(value);");
 
@@ -29,6 +28,27 @@ bool bindAndExec(QSqlQuery &query, const QString &name, const QVariant &value)
 {
     query.bindValue(QStringLiteral(":name"), QVariant(name), QSql::In);
     query.bindValue(QStringLiteral(":value"), value, QSql::In);
+    return query.exec();
+}
+
+// Names are always bound; a prefix goes to LIKE with its wildcards and the escape character
+// escaped, so "a_b" matches only names that start with "a_b".
+const QString kLikePrefix = QStringLiteral("name LIKE ? ESCAPE '!'");
+
+QString likePrefix(QString prefix)
+{
+    prefix.replace(QLatin1Char('!'), QLatin1String("!!"));
+    prefix.replace(QLatin1Char('%'), QLatin1String("!%"));
+    prefix.replace(QLatin1Char('_'), QLatin1String("!_"));
+    return prefix + QLatin1Char('%');
+}
+
+bool execBound(QSqlQuery &query, const QString &sql, const QVariantList &values)
+{
+    if (!query.prepare(sql))
+        return false;
+    for (const QVariant &value : values)
+        query.addBindValue(value);
     return query.exec();
 }
 
@@ -62,7 +82,7 @@ void ZmtDbSettings::close()
 QVariant ZmtDbSettings::variableGet(const QString &name, QVariant defaultValue)
 {
     QSqlQuery query(m_db);
-    if (query.exec(QStringLiteral("SELECT value FROM vars WHERE name='%1' LIMIT 1").arg(name)) && query.next())
+    if (execBound(query, QStringLiteral("SELECT value FROM vars WHERE name = ? LIMIT 1"), {name}) && query.next())
         return query.value(QStringLiteral("value"));
     logSqlError("ZmtDbSettings::variableGet - SQL ERROR:", query);
     return defaultValue;
@@ -96,11 +116,11 @@ bool ZmtDbSettings::variableSet(const QMap<QString, QVariant> &values)
 
 bool ZmtDbSettings::variableDel(const QString &name, bool prefix)
 {
-    // With a prefix the '%' after the name stays as the LIKE wildcard.
-    const QString sql = prefix ? QStringLiteral("DELETE FROM vars WHERE name LIKE '%1%'")
-                               : QStringLiteral("DELETE FROM vars WHERE name='%1'");
     QSqlQuery query(m_db);
-    const bool deleted = query.exec(sql.arg(name)) && query.numRowsAffected() > 0;
+    const bool done = prefix
+        ? execBound(query, QStringLiteral("DELETE FROM vars WHERE ") + kLikePrefix, {likePrefix(name)})
+        : execBound(query, QStringLiteral("DELETE FROM vars WHERE name = ?"), {name});
+    const bool deleted = done && query.numRowsAffected() > 0;
     logSqlError("ZmtDbSettings::variableDel - SQL ERROR:", query);
     return deleted;
 }
@@ -109,26 +129,28 @@ QMap<QString, QVariant> ZmtDbSettings::variableGetMultiple(const QStringList &na
 {
     if (names.isEmpty())
         return QMap<QString, QVariant>();
-    QStringList quoted;
-    quoted.reserve(names.size());
-    for (const QString &name : names)
-        quoted.append(QLatin1Char('\'') + name + QLatin1Char('\''));
-    return selectVariables(QStringLiteral("SELECT name, value FROM vars WHERE name IN(%1)").arg(quoted.join(QLatin1Char(','))));
+    QStringList marks;
+    QVariantList values;
+    for (const QString &name : names) {
+        marks.append(QStringLiteral("?"));
+        values.append(name);
+    }
+    return selectVariables(QStringLiteral("name IN(%1)").arg(marks.join(QLatin1Char(','))), values);
 }
 
 QMap<QString, QVariant> ZmtDbSettings::variableGetMultiple(const QString &prefix)
 {
-    return selectVariables(QStringLiteral("SELECT name, value FROM vars WHERE name LIKE '%1%'").arg(prefix));
+    return selectVariables(kLikePrefix, {likePrefix(prefix)});
 }
 
-QMap<QString, QVariant> ZmtDbSettings::selectVariables(const QString &sql)
+QMap<QString, QVariant> ZmtDbSettings::selectVariables(const QString &where, const QVariantList &values)
 {
-    QMap<QString, QVariant> values;
+    QMap<QString, QVariant> found;
     QSqlQuery query(m_db);
-    if (query.exec(sql)) {
+    if (execBound(query, QStringLiteral("SELECT name, value FROM vars WHERE ") + where, values)) {
         while (query.next())
-            values.insert(query.value(QStringLiteral("name")).toString(), query.value(QStringLiteral("value")));
+            found.insert(query.value(QStringLiteral("name")).toString(), query.value(QStringLiteral("value")));
     }
     logSqlError("ZmtDbSettings::variableGetMultiple - SQL ERROR:", query);
-    return values;
+    return found;
 }

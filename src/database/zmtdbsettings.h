@@ -27,7 +27,8 @@ public:
     QMap<QString, QVariant> variableGetMultiple(const QString &prefix);
 
 private:
-    QMap<QString, QVariant> selectVariables(const QString &sql);
+    // `where` holds only placeholders; `values` are bound to them in order.
+    QMap<QString, QVariant> selectVariables(const QString &where, const QVariantList &values);
 
     QSqlDatabase m_db;
 };

@@ -81,8 +81,8 @@ QVariant personEntry(const QSqlQuery &query)
         row.insert(QStringLiteral("access"), query.value(11).toBool());
         row.insert(QStringLiteral("grp"), query.value(12).toUInt());  // NULL without a link: 0
         row.insert(QStringLiteral("present"), query.value(13).toUInt());
-        row.insert(QStringLiteral("begin"), query.value(14));
-        row.insert(QStringLiteral("end"), query.value(15));
+        row.insert(QStringLiteral("begin"), WebApiWorker::storedValue(query.value(14)));
+        row.insert(QStringLiteral("end"), WebApiWorker::storedValue(query.value(15)));
     }
     return row;
 }
@@ -327,7 +327,7 @@ QVariantMap WebApiWorker::dbGetVars(uint tid)
         return vars;
     }
     while (query.next())
-        vars.insert(query.value(0).toString(), query.value(1));
+        vars.insert(query.value(0).toString(), storedValue(query.value(1)));
     return vars;
 }
 

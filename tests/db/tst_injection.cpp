@@ -189,6 +189,7 @@ void TestInjection::boundValues_data()
     QTest::newRow("underscores") << "________";
     QTest::newRow("underscore") << "webapi_enabled";
     QTest::newRow("always true") << "' OR '1'='1";
+    QTest::newRow("escape character") << "!";
 }
 
 void TestInjection::boundValues()
@@ -199,16 +200,24 @@ void TestInjection::boundValues()
     // As an admin token: no administrator, as any unknown token, and no error text.
     COMPARE_EXPECTED(maskTms(m_fx->call("GET", "/webapi/report/daily/0", m_fx->adminHeaders(value))), "admin/no-admin.http");
     QCOMPARE(log.lines(QtWarningMsg), QStringList());
-    // As a setting's name and value: stored as they stand, one row, the licence rows untouched.
+    // As a setting's name or prefix: it matches only itself, and the licence rows stay.
     const QList<QVariantMap> before = db.rows("SELECT name, value FROM vars ORDER BY name");
     ZmtDbSettings settings(db.db());
+    QVERIFY(!settings.variableDel(value, false));
+    QVERIFY(!settings.variableDel(value, true));
+    QCOMPARE(settings.variableGetMultiple(value), (QMap<QString, QVariant>()));
     QVERIFY(settings.variableSet(value, value));
     QVERIFY(settings.variableSet(QMap<QString, QVariant>{{value, "again"}}));
-    QCOMPARE(log.lines(QtCriticalMsg), QStringList());
+    const QMap<QString, QVariant> mine{{value, "again"}};
+    QCOMPARE(settings.variableGet(value, QVariant()), QVariant("again"));
+    QCOMPARE(settings.variableGetMultiple(QStringList{value}), mine);
+    QCOMPARE(settings.variableGetMultiple(value), mine);
     QList<QVariantMap> after = db.rows("SELECT name, value FROM vars ORDER BY name");
     QVERIFY(after.removeOne(QVariantMap{{"name", value}, {"value", "again"}}));
     QCOMPARE(after, before);
-    QVERIFY(db.exec("DELETE FROM vars WHERE value = 'again'"));
+    QVERIFY(settings.variableDel(value, true));
+    QCOMPARE(db.rows("SELECT name, value FROM vars ORDER BY name"), before);
+    QCOMPARE(log.lines(QtCriticalMsg), QStringList());
 }
 
 QTEST_GUILESS_MAIN(TestInjection)

@@ -154,10 +154,10 @@ void TestSync::acknowledge_data()
     QTest::addColumn<int>("remaining");
 
     // Terminal 2 starts with syn 479: bits 1, 2, 4, 8, 64, 256 marked, 16 and 128 not.
-    QTest::newRow("limit is strict") << 2u << 1700000150u << 2u << 1 << 335u << 13;
-    QTest::newRow("named bit only") << 2u << 1700000300u << 2u << 4 << 333u << 10;
-    QTest::newRow("mark of two bits goes by AND") << 2u << 1700000300u << 1u << 2 << 334u << 12;
-    QTest::newRow("bit without marks") << 2u << 1700000300u << 16u << 0 << 335u << 14;
+    QTest::newRow("limit is strict") << 2u << 1700000150u << 2u << 1 << 335u << 14;
+    QTest::newRow("named bit only") << 2u << 1700000300u << 2u << 4 << 333u << 11;
+    QTest::newRow("mark of two bits goes by AND") << 2u << 1700000300u << 1u << 2 << 334u << 13;
+    QTest::newRow("bit without marks") << 2u << 1700000300u << 16u << 0 << 335u << 15;
     QTest::newRow("last mark gone") << 3u << 1700000500u << 4u << 1 << 0u << 0;
 }
 

@@ -150,8 +150,10 @@ void TestTerminalContext::wholeResponses_data()
     QTest::newRow("post person")
         << "POST" << "/webapi/person" << kT1
         << QByteArray(R"({"pid": 2001, "name": "Eva", "surname": "Malá", "title": "Mgr.", "gid": 1})") << QString()
-        << QString() << "SELECT GROUP_CONCAT(tid) FROM people_term WHERE uid = 500" << "1"
-        << "terminal/post-person-new.http";
+        << QString()
+        << "SELECT CONCAT_WS('|', (SELECT GROUP_CONCAT(tid) FROM people_term WHERE uid = 500), "
+           "begin = UNIX_TIMESTAMP(CURDATE())) FROM people WHERE uid = 500"
+        << "1|1" << "terminal/post-person-new.http";
     QTest::newRow("post person, unknown group")
         << "POST" << "/webapi/person" << kT1 << QByteArray(R"({"pid": 2002, "name": "Ivo", "gid": 99})") << QString()
         << "^WebApiWorker::dbInsertPerson\\(\\) SQl ERROR:" << "SELECT COUNT(*) FROM people WHERE pid = 2002" << "0" << "terminal/post-person-bad-group.http";

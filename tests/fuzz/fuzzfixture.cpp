@@ -43,9 +43,15 @@ FuzzFixture::FuzzFixture()
     }
     // libFuzzer ends with exit(): the scratch databases are dropped then. Registered after
     // Qt's SQL globals exist, so it runs before they are destroyed.
-    std::atexit([] { delete g_api; });
+    std::atexit(release);
     m_tid = m_api->addTerminal(1001);
     m_person = addPerson(*m_api);
+}
+
+void FuzzFixture::release()
+{
+    delete g_api;
+    g_api = nullptr;
 }
 
 QByteArray FuzzFixture::substitute(QByteArray raw) const

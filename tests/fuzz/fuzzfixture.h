@@ -17,6 +17,9 @@ public:
     // Set up on first call; aborts when the database cannot be reached, as a target is
     // useless without it.
     static FuzzFixture &instance();
+    // Drops the scratch databases now, if they were made; for a caller whose application
+    // object ends before exit() (an ordinary test), as the drop needs Qt's SQL plug-in.
+    static void release();
 
     ApiFixture &api() { return *m_api; }
     QByteArray substitute(QByteArray raw) const;

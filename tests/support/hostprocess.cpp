@@ -11,6 +11,15 @@
 #include <QSslSocket>
 
 #include <signal.h>
+#include <sys/prctl.h>
+
+void BoundProcess::setupChildProcess()
+{
+    // In the child, before exec. A parent that died before the call is caught by the check.
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (::getppid() != m_parent)
+        ::_exit(127);
+}
 
 HostProcess::HostProcess()
 {

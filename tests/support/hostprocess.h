@@ -12,7 +12,20 @@
 #include <QTcpSocket>
 #include <QTemporaryFile>
 
+#include <unistd.h>
+
 class ApiFixture;
+
+// A child process that ends with the test: the kernel kills it when the test process dies
+// in any way (a crash, a time limit's SIGKILL), where no destructor runs.
+class BoundProcess : public QProcess
+{
+protected:
+    void setupChildProcess() override;
+
+private:
+    const pid_t m_parent = ::getpid();
+};
 
 // The real webapi-host binary on a free loopback port, against the private MariaDB.
 class HostProcess
@@ -41,7 +54,7 @@ public:
     static QString binary();
 
 private:
-    QProcess m_process;
+    BoundProcess m_process;
     // The host's stderr goes to a file: a pipe that a busy test does not drain would fill
     // and stall the host in the middle of a write.
     QTemporaryFile m_logFile;

@@ -10,7 +10,7 @@ DELETE FROM inters_data;
 DELETE FROM inters;
 DELETE FROM people;
 DELETE FROM term;
-DELETE FROM vars WHERE name IN ('colorGroups', 'gone');
+DELETE FROM vars WHERE name IN ('colorGroups', 'gone', 'cleared');
 SET FOREIGN_KEY_CHECKS = 1;
 
 -- 1 takes part in inters and people, nothing pending; 2 has every section pending and
@@ -52,7 +52,7 @@ INSERT INTO zones (zid, name, from_time, to_time, days, status) VALUES
 
 INSERT INTO pzt (zid, uid, tid) VALUES (1, 3, 4), (2, 3, 4);
 
-INSERT INTO vars (name, value) VALUES ('colorGroups', '7:#ff0000,5:#00ff00');
+INSERT INTO vars (name, value) VALUES ('colorGroups', '7:#ff0000,5:#00ff00'), ('cleared', NULL);
 
 -- The flags 3 mark names two sections at once: the feed never delivers it.
 INSERT INTO term_sync (tid, type, ref, ref_col, ref_id, ref_id2, created, flags) VALUES
@@ -69,6 +69,7 @@ INSERT INTO term_sync (tid, type, ref, ref_col, ref_id, ref_id2, created, flags)
     (2, 'D', 'people_term', 'uid', 1, NULL, 1700000200, 2),
     (2, 'U', 'vars', 'colorGroups', 0, NULL, 1700000210, 256),
     (2, 'U', 'vars', 'gone', 0, NULL, 1700000220, 256),
+    (2, 'U', 'vars', 'cleared', 0, NULL, 1700000225, 256),
     (2, 'U', 'people_term', 'uid', 4, NULL, 1700000230, 3),
     (3, 'U', 'people', 'uid', 2, NULL, 1700000400, 4),
     (4, 'D', 'people_term', 'uid', 1, NULL, 1700000300, 2);
