@@ -2,6 +2,9 @@
 
 #include "settings/envirosettings.h"
 
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
 #include <QThread>
 #include <QUrl>
 
@@ -22,7 +25,7 @@ const KeyInfo kKeys[] = {
     {"listen/port", "8080", "TCP port; 0 picks a free one (the start line names it)"},
     {"threads", "", "worker threads, each serving its own customers (default: CPU count, at least 2)"},
     {"io/threads", "", "threads that read and write connections (default: 1 per 4 workers, at least 1)"},
-    {"plugin", WEBAPI_DEFAULT_PLUGIN, "path of the plug-in file"},
+    {"plugin", nullptr, "path of the plug-in file (default: the installed one beside this host, else the built one)"},
     {"infodb/host", "127.0.0.1", "InfoDB server; customer databases live on the same server"},
     {"infodb/port", "3306", "InfoDB port"},
     {"infodb/name", "infodb", "InfoDB database name"},
@@ -33,6 +36,7 @@ const KeyInfo kKeys[] = {
     {"zmtdb/name", "", "master database name; empty: none"},
     {"zmtdb/user", "", "master database user (default: the InfoDB's)"},
     {"zmtdb/password", "", "master database password (default: the InfoDB's)"},
+    {"log/format", "text", "text: access lines as text; json: every line one JSON object"},
     {"debug/level", "0", "0 to 3: trace lines of the plug-in and the connection manager"},
     {"limits/body", "16777216", "largest request body in bytes; larger ones get 413"},
     {"limits/timeout", "30", "seconds to receive a whole request or write a response"},
@@ -42,11 +46,24 @@ const KeyInfo kKeys[] = {
     {"webhook/url", "", "URL that gets a JSON POST per created record; empty: none"},
 };
 
+// An installed or unpacked host (bin/ beside lib/) finds its own plug-in; the build tree's
+// is known by its absolute path.
+QString defaultPlugin()
+{
+    const QString installed = QCoreApplication::applicationDirPath() + QStringLiteral("/../" WEBAPI_INSTALLED_PLUGIN);
+    return QFileInfo::exists(installed) ? QDir::cleanPath(installed) : QStringLiteral(WEBAPI_DEFAULT_PLUGIN);
+}
+
+QString defaultText(const KeyInfo &info)
+{
+    return info.defaultText ? QString::fromUtf8(info.defaultText) : defaultPlugin();
+}
+
 QString text(EnviroSettings &settings, const char *key)
 {
     const auto found = std::find_if(std::begin(kKeys), std::end(kKeys),
                                     [key](const KeyInfo &info) { return qstrcmp(info.key, key) == 0; });
-    return settings.value(QLatin1String(key), QString::fromUtf8(found->defaultText)).toString().trimmed();
+    return settings.value(QLatin1String(key), defaultText(*found)).toString().trimmed();
 }
 
 bool number(EnviroSettings &settings, const char *key, qint64 min, qint64 max, qint64 *out, QString *error)
@@ -110,6 +127,12 @@ bool HostConfig::load(EnviroSettings &settings, HostConfig *config, QString *err
         c.zmtDb.password = text(settings, "zmtdb/password");
     }
 
+    const QString logFormat = text(settings, "log/format");
+    if (logFormat != QLatin1String("text") && logFormat != QLatin1String("json")) {
+        *error = QStringLiteral("setting log/format must be text or json, not '%1'").arg(logFormat);
+        return false;
+    }
+    c.logFormat = logFormat == QLatin1String("json") ? LogFormat::Json : LogFormat::Text;
     if (!number(settings, "debug/level", 0, 3, &n, error))
         return false;
     c.debugLevel = quint8(n);
@@ -150,8 +173,8 @@ QString HostConfig::helpText(const EnviroSettings &settings)
     for (const KeyInfo &info : kKeys) {
         const QString key = QString::fromLatin1(info.key);
         QString line = QStringLiteral("  %1 %2 %3").arg(key, -16).arg(settings.environmentKey(key), -24).arg(QString::fromUtf8(info.meaning));
-        if (*info.defaultText)
-            line += QStringLiteral(" [%1]").arg(QString::fromUtf8(info.defaultText));
+        if (!defaultText(info).isEmpty())
+            line += QStringLiteral(" [%1]").arg(defaultText(info));
         help += line + QLatin1Char('\n');
     }
     help += QStringLiteral(

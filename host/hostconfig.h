@@ -1,6 +1,8 @@
 #ifndef HOSTCONFIG_H
 #define HOSTCONFIG_H
 
+#include "hostlog.h"
+
 #include <QString>
 
 class EnviroSettings;
@@ -27,6 +29,7 @@ struct HostConfig
     QString plugin;
     DbConfig infoDb;
     DbConfig zmtDb;          // master database; name empty: none
+    LogFormat logFormat = LogFormat::Text;
     quint8 debugLevel = 0;
     qint64 bodyLimit = 0;    // bytes
     int timeoutSeconds = 0;  // to receive one whole request, and to write one response

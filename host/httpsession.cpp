@@ -1,5 +1,6 @@
 #include "httpsession.h"
 
+#include "accesslog.h"
 #include "auththrottle.h"
 #include "hostlog.h"
 #include "httpserver.h"
@@ -30,18 +31,11 @@ QString text(beast::string_view view)
     return QString::fromUtf8(view.data(), int(view.size()));
 }
 
-int statusOf(const QByteArray &response)
-{
-    // "HTTP/1.1 200 OK": the three digits after the first blank.
-    const int blank = response.indexOf(' ');
-    return blank < 0 ? 0 : response.mid(blank + 1, 3).toInt();
-}
-
 // The plug-in's answer to a key or scheme it refused (RE_BadAuthorization, RE_BadApiToken);
 // a missing Authorization line (100001) is a client bug, not a guess.
 bool isFailedAuthentication(const QByteArray &response)
 {
-    return statusOf(response) == 401
+    return AccessLog::statusOf(response) == 401
         && (response.contains("\"code\": 100006") || response.contains("\"code\": 100007")
             || response.contains("\"code\":100006") || response.contains("\"code\":100007"));
 }
@@ -112,6 +106,7 @@ void HttpSession<Stream>::onRead(beast::error_code ec, std::size_t)
 {
     m_reading = false;
     m_clock.start();
+    m_requestId.clear();
     if (ec)
         return failedRead(ec);
     handleRequest();
@@ -154,6 +149,7 @@ void HttpSession<Stream>::handleRequest()
     m_method = std::string(request.method_string());
     const beast::string_view target = request.target();
     m_path = std::string(target.substr(0, target.find('?')));
+    m_requestId = AccessLog::clientRequestId(request[AccessLog::kRequestIdHeader]);
     const bool keepAlive = request.keep_alive();
     if (m_server.servesPath(m_path))
         return dispatchToPlugin(request);
@@ -202,7 +198,7 @@ void HttpSession<Stream>::probeHealth(bool keepAlive)
 template <class Stream>
 void HttpSession<Stream>::answer(QByteArray response, bool keepAlive)
 {
-    m_out = std::move(response);
+    m_out = m_requestId.empty() ? std::move(response) : AccessLog::withRequestId(response, m_requestId);
     tcp().expires_after(std::chrono::seconds(m_server.config().timeoutSeconds));
     net::async_write(m_stream, net::buffer(m_out.constData(), std::size_t(m_out.size())),
                      beast::bind_front_handler(&HttpSession::onWrite, this->shared_from_this(), keepAlive));
@@ -260,13 +256,9 @@ void HttpSession<Stream>::closeSocket()
 template <class Stream>
 void HttpSession<Stream>::logAccess(std::size_t bytes) const
 {
-    const double ms = m_clock.isValid() ? double(m_clock.nsecsElapsed()) / 1e6 : 0.0;
-    hostLog(QStringLiteral("%1 \"%2 %3\" %4 %5 %6ms")
-                .arg(QString::fromStdString(m_client), QString::fromStdString(m_method),
-                     QString::fromStdString(m_path))
-                .arg(statusOf(m_out))
-                .arg(bytes)
-                .arg(ms, 0, 'f', 1));
+    const double seconds = m_clock.isValid() ? double(m_clock.nsecsElapsed()) / 1e9 : 0.0;
+    AccessLog::write({m_client, m_method, m_path, m_requestId.empty() ? AccessLog::newRequestId() : m_requestId,
+                      AccessLog::statusOf(m_out), bytes, seconds});
 }
 
 template class HttpSession<PlainStream>;

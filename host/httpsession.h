@@ -72,6 +72,7 @@ private:
     // Of the request being answered, for the access log.
     std::string m_method;
     std::string m_path;
+    std::string m_requestId;  // the client's, echoed in the answer; empty: none came
     QByteArray m_out;
     QElapsedTimer m_clock;
 };

@@ -174,6 +174,7 @@ int main(int argc, char *argv[])
     if (!HostConfig::load(settings, &config, &error))
         return fail(error);
     g_debugLines = config.debugLevel > 0;
+    setHostLogFormat(config.logFormat);
 
     const int status = serve(app, config);
     for (const char *name : {kInfoConnection, kZmtConnection})

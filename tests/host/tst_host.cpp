@@ -50,6 +50,8 @@ private slots:
     void slowClientTimedOut();
     void tlsConnections();
     void accessLogHidesCredentials();
+    void jsonAccessLog_data();
+    void jsonAccessLog();
     void craftedTokens_data();
     void craftedTokens();
     void throttle_data();
@@ -75,6 +77,7 @@ private:
     Customer m_customerB{};
     HostProcess m_host;
     HostProcess m_tls;
+    HostProcess m_jsonLog;
 };
 
 QByteArray TestHost::curl(const QStringList &args)
@@ -116,6 +119,7 @@ void TestHost::initTestCase()
                                               {"WEBAPI_LIMITS_TIMEOUT", "2"}}),
              m_tls.log().constData());
     QVERIFY(m_tls.log().contains("listening on https://127.0.0.1:"));
+    QVERIFY2(m_jsonLog.start(m_a->info().name(), {{"WEBAPI_LOG_FORMAT", "json"}}), m_jsonLog.log().constData());
 }
 
 void TestHost::startFailures_data()
@@ -268,6 +272,49 @@ void TestHost::accessLogHidesCredentials()
     QVERIFY(m_host.waitForLog("127.0.0.1 \"GET /webapi/info\" 200 "));
     QVERIFY(!m_host.log().contains("api-token-secret-in-log"));
     QVERIFY(!m_host.log().contains(ApiFixture::kKey.toUtf8()));
+}
+
+void TestHost::jsonAccessLog_data()
+{
+    QTest::addColumn<QString>("requestId");  // as sent; empty: no header
+    QTest::addColumn<bool>("echoed");
+    QTest::newRow("none") << QString() << false;
+    QTest::newRow("uuid") << "6f1c2a7e-0b4d-4c8e-9a55-3f0d2e1b7c90" << true;
+    QTest::newRow("128 characters") << QString(128, 'r') << true;
+    QTest::newRow("129 characters") << QString(129, 'r') << false;
+    QTest::newRow("unsafe characters") << "id \"x\" <b>;" << false;
+}
+
+void TestHost::jsonAccessLog()
+{
+    QFETCH(QString, requestId);
+    QFETCH(bool, echoed);
+    QStringList headers = m_a->terminalHeaders();
+    if (!requestId.isEmpty())
+        headers << "X-Request-Id: " + requestId;
+    const int logStart = m_jsonLog.log().size();
+    const QByteArray raw = HttpConnection(m_jsonLog.port()).request("GET", "/webapi/info?key=query-secret", headers);
+    QTRY_VERIFY(m_jsonLog.log().mid(logStart).contains("\"status\""));
+    QByteArray expected = testData("spine/info.http");
+    if (echoed)
+        expected.replace("\r\n\r\n", "\r\nX-Request-Id: " + requestId.toUtf8() + "\r\n\r\n");
+    QCOMPARE(maskTms(raw), expected);
+
+    const QList<QByteArray> lines = m_jsonLog.log().mid(logStart).trimmed().split('\n');
+    QCOMPARE(lines.size(), 1);
+    QJsonParseError error{};
+    const QJsonObject line = QJsonDocument::fromJson(lines.first(), &error).object();
+    QVERIFY2(error.error == QJsonParseError::NoError, lines.first().constData());
+    QCOMPARE(line.value("client").toString(), "127.0.0.1");
+    QCOMPARE(line.value("method").toString(), "GET");
+    QCOMPARE(line.value("path").toString(), "/webapi/info");
+    QCOMPARE(line.value("status").toInt(), 200);
+    QCOMPARE(line.value("bytes").toInt(), raw.size());
+    QVERIFY(line.value("duration_ms").toDouble() > 0);
+    QVERIFY(QDateTime::fromString(line.value("time").toString(), Qt::ISODateWithMs).isValid());
+    const QString loggedId = line.value("request_id").toString();
+    QVERIFY(!loggedId.isEmpty());
+    QCOMPARE(loggedId == requestId, echoed);
 }
 
 void TestHost::craftedTokens_data()
