@@ -1,6 +1,7 @@
 #include "httpsession.h"
 
 #include "accesslog.h"
+#include "apireference.h"
 #include "auththrottle.h"
 #include "hostlog.h"
 #include "httpserver.h"
@@ -155,6 +156,8 @@ void HttpSession<Stream>::handleRequest()
         return dispatchToPlugin(request);
     if (request.method() == http::verb::get && m_path == "/healthz")
         return probeHealth(keepAlive);
+    if (request.method() == http::verb::get && m_path == "/docs")
+        return answer(QByteArray::fromStdString(ServerResponses::page("text/html; charset=utf-8", ApiReference::page(), keepAlive)), keepAlive);
     answer(QByteArray::fromStdString(ServerResponses::notFound(keepAlive)), keepAlive);
 }
 

@@ -12,19 +12,26 @@ namespace http = boost::beast::http;
 
 namespace {
 
-std::string make(http::status status, const std::string &text, bool keepAlive, int retryAfter = 0)
+std::string respond(http::status status, const char *contentType, const std::string &body, bool keepAlive,
+                    int retryAfter = 0)
 {
     http::response<http::string_body> response{status, 11};
     response.set(http::field::server, "webapi-host");
     if (retryAfter > 0)
         response.set(http::field::retry_after, std::to_string(retryAfter));
-    response.set(http::field::content_type, "text/plain; charset=utf-8");
+    response.set(http::field::content_type, contentType);
     response.keep_alive(keepAlive);
-    response.body() = text + "\n";
+    response.body() = body;
     response.prepare_payload();
     std::ostringstream out;
     out << response;
     return out.str();
+}
+
+// The host's own short answers: one line of text.
+std::string make(http::status status, const std::string &text, bool keepAlive, int retryAfter = 0)
+{
+    return respond(status, "text/plain; charset=utf-8", text + "\n", keepAlive, retryAfter);
 }
 
 } // namespace
@@ -33,6 +40,11 @@ std::string ServerResponses::health(bool infoDbAnswers, bool keepAlive)
 {
     return infoDbAnswers ? make(http::status::ok, "ok", keepAlive)
                          : make(http::status::service_unavailable, "InfoDB does not answer", keepAlive);
+}
+
+std::string ServerResponses::page(const char *contentType, const std::string &body, bool keepAlive)
+{
+    return respond(http::status::ok, contentType, body, keepAlive);
 }
 
 std::string ServerResponses::notFound(bool keepAlive)

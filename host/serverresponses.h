@@ -8,6 +8,8 @@
 namespace ServerResponses {
 
 std::string health(bool infoDbAnswers, bool keepAlive);
+// 200 with `body` as it is: the reference page, the metrics.
+std::string page(const char *contentType, const std::string &body, bool keepAlive);
 std::string notFound(bool keepAlive);
 std::string badRequest();
 std::string requestTimeout();
