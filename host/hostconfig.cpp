@@ -23,7 +23,7 @@ struct KeyInfo
 const KeyInfo kKeys[] = {
     {"listen/address", "127.0.0.1", "address to listen on"},
     {"listen/port", "8080", "TCP port; 0 picks a free one (the start line names it)"},
-    {"threads", "", "worker threads, each serving its own customers (default: CPU count, at least 2)"},
+    {"threads", "", "worker threads; each takes the next request of any customer (default: CPU count, at least 2)"},
     {"io/threads", "", "threads that read and write connections (default: 1 per 4 workers, at least 1)"},
     {"plugin", nullptr, "path of the plug-in file (default: the installed one beside this host, else the built one)"},
     {"infodb/host", "127.0.0.1", "InfoDB server; customer databases live on the same server"},
@@ -40,6 +40,8 @@ const KeyInfo kKeys[] = {
     {"debug/level", "0", "0 to 3: trace lines of the plug-in and the connection manager"},
     {"limits/body", "16777216", "largest request body in bytes; larger ones get 413"},
     {"limits/timeout", "30", "seconds to receive a whole request or write a response"},
+    {"queue/depth", "100", "requests waiting for a free worker; more get 503 with Retry-After"},
+    {"queue/deadline", "10", "seconds a request may wait for a worker; later it gets 503 and never runs"},
     {"auth/failures", "10", "failed authentications per client address and minute before 429 (0: no limit)"},
     {"tls/certificate", "", "PEM certificate chain; with tls/key the host speaks HTTPS only (empty: plain HTTP)"},
     {"tls/key", "", "PEM private key of tls/certificate"},
@@ -142,6 +144,12 @@ bool HostConfig::load(EnviroSettings &settings, HostConfig *config, QString *err
     if (!number(settings, "limits/timeout", 1, 3600, &n, error))
         return false;
     c.timeoutSeconds = int(n);
+    if (!number(settings, "queue/depth", 0, 1000000, &n, error))
+        return false;
+    c.queueDepth = int(n);
+    if (!number(settings, "queue/deadline", 1, 3600, &n, error))
+        return false;
+    c.deadlineSeconds = int(n);
     if (!number(settings, "auth/failures", 0, 1000000, &n, error))
         return false;
     c.authFailures = int(n);
@@ -179,7 +187,8 @@ QString HostConfig::helpText(const EnviroSettings &settings)
     }
     help += QStringLiteral(
         "\n"
-        "GET /healthz answers 200 while the InfoDB answers. SIGINT or SIGTERM stop the host\n"
-        "after the requests in flight. Exit status 2: the plug-in or the InfoDB is unusable.\n");
+        "GET /healthz answers 200 while the InfoDB answers. SIGINT or SIGTERM stop the host:\n"
+        "requests running are answered, those waiting get 503. Exit status 2: the plug-in or\n"
+        "the InfoDB is unusable.\n");
     return help;
 }

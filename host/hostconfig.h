@@ -33,6 +33,8 @@ struct HostConfig
     quint8 debugLevel = 0;
     qint64 bodyLimit = 0;    // bytes
     int timeoutSeconds = 0;  // to receive one whole request, and to write one response
+    int queueDepth = 0;      // requests waiting for a free worker before 503
+    int deadlineSeconds = 0; // a request still waiting this long gets 503 and never runs
     int authFailures = 0;    // per client address and minute before 429; 0: unlimited
     QString tlsCertificate;  // PEM files; both empty: plain HTTP
     QString tlsKey;

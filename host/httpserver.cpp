@@ -3,6 +3,7 @@
 #include "hostlog.h"
 #include "listener.h"
 #include "session.h"
+#include "workerpool.h"
 
 #include <openssl/err.h>
 #include <openssl/ssl.h>
@@ -138,6 +139,8 @@ void HttpServer::beginStop()
 {
     m_stopping = true;
     m_listener->stop();
+    // Before the sessions hear of the stop: what waits for a worker is theirs to answer.
+    m_pool.close();
     std::vector<std::shared_ptr<Session>> sessions;
     {
         std::lock_guard<std::mutex> lock(m_mutex);

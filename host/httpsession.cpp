@@ -26,6 +26,8 @@ namespace {
 
 const std::uint32_t kHeaderLimit = 16 * 1024;
 const std::chrono::seconds kDrainTime(1);
+// For a request the host would not run: soon, as the reason (a full queue, a stop) passes.
+const int kRetryAfterSeconds = 1;
 
 QString text(beast::string_view view)
 {
@@ -84,7 +86,12 @@ void HttpSession<Stream>::stopIfIdle()
 {
     net::post(m_stream.get_executor(), [self = this->shared_from_this()] {
         if (self->m_reading && !self->m_parser->got_some())
-            self->closeSocket();
+            return self->closeSocket();
+        if (self->giveUp()) {
+            // Not started: the client may send it again to a host that runs.
+            self->stopWaiting();
+            self->answer(QByteArray::fromStdString(ServerResponses::busy(kRetryAfterSeconds)), false);
+        }
     });
 }
 
@@ -173,19 +180,77 @@ void HttpSession<Stream>::dispatchToPlugin(const Request &request)
     const QString method = text(request.method_string());
     const QUrl url = QUrl::fromEncoded(m_server.baseUrl() + QByteArray(request.target().data(), int(request.target().size())));
     const QByteArray body(request.body().data(), int(request.body().size()));
-    const QString token = WorkerPool::customerToken(lines);
     // A token the InfoDB could read as SQL never reaches a worker.
-    if (!DBManager::isValidToken(token))
+    if (!DBManager::isValidToken(WorkerPool::customerToken(lines)))
         return answer(QByteArray::fromStdString(ServerResponses::invalidToken()), keepAlive);
-    m_server.pool().submit(token,
-                           [self = this->shared_from_this(), method, url, lines, body, keepAlive](HttpPluginWorker *worker) {
+    auto taken = std::make_shared<std::atomic<bool>>(false);
+    const bool queued = m_server.pool().submit([self = this->shared_from_this(), taken, method, url, lines, body,
+                                                keepAlive](HttpPluginWorker *worker) {
+        if (taken->exchange(true))
+            return;  // given up while it waited: answered already, or nobody is listening
         QByteArray response = worker->buildResponse(method, url, lines, body);
         net::post(self->m_stream.get_executor(), [self, response = std::move(response), keepAlive]() mutable {
+            self->stopWaiting();
             if (isFailedAuthentication(response))
                 self->m_server.throttle().recordFailure(self->m_client);
             self->answer(std::move(response), keepAlive);
         });
     });
+    if (!queued)
+        return answer(QByteArray::fromStdString(ServerResponses::busy(kRetryAfterSeconds)), keepAlive && !m_server.stopping());
+    m_taken = taken;
+    m_keepAlive = keepAlive;
+    m_deadline.expires_after(std::chrono::seconds(m_server.config().deadlineSeconds));
+    m_deadline.async_wait(beast::bind_front_handler(&HttpSession::onDeadline, this->shared_from_this(), taken));
+    watchClient();
+}
+
+template <class Stream>
+void HttpSession<Stream>::watchClient()
+{
+    // Readable while nothing is expected: the client closed, or sent the next request early.
+    tcp().socket().async_wait(net::socket_base::wait_read,
+                              beast::bind_front_handler(&HttpSession::onClientReadable, this->shared_from_this(), m_taken));
+}
+
+template <class Stream>
+void HttpSession<Stream>::onClientReadable(const std::shared_ptr<std::atomic<bool>> &taken, beast::error_code ec)
+{
+    if (ec || taken != m_taken)
+        return;  // answered meanwhile
+    beast::error_code ignored;
+    if (tcp().socket().available(ignored) > 0)
+        return;  // a pipelined request: it waits in the socket for its turn
+    if (!giveUp())
+        return;  // running: its answer meets the closed socket
+    stopWaiting();
+    m_out = "HTTP/1.1 499";
+    logAccess(0);
+    closeSocket();
+}
+
+template <class Stream>
+void HttpSession<Stream>::onDeadline(const std::shared_ptr<std::atomic<bool>> &taken, beast::error_code ec)
+{
+    if (ec || taken != m_taken || !giveUp())
+        return;
+    stopWaiting();
+    answer(QByteArray::fromStdString(ServerResponses::busy(kRetryAfterSeconds)), m_keepAlive && !m_server.stopping());
+}
+
+template <class Stream>
+bool HttpSession<Stream>::giveUp()
+{
+    return m_taken && !m_taken->exchange(true);
+}
+
+template <class Stream>
+void HttpSession<Stream>::stopWaiting()
+{
+    m_taken.reset();
+    m_deadline.cancel();
+    beast::error_code ignored;
+    tcp().socket().cancel(ignored);  // the watch; nothing else is pending while a request waits
 }
 
 template <class Stream>

@@ -7,11 +7,13 @@
 #include <QElapsedTimer>
 
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/ssl/context.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
 #include <boost/beast/ssl/ssl_stream.hpp>
 
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
@@ -35,6 +37,7 @@ public:
         : m_client(clientAddress(socket))
         , m_stream(std::move(socket), std::forward<StreamArgs>(streamArgs)...)
         , m_server(server)
+        , m_deadline(m_stream.get_executor())
     {
     }
     ~HttpSession() override;
@@ -52,6 +55,13 @@ private:
     void failedRead(const boost::beast::error_code &ec);
     void handleRequest();
     void dispatchToPlugin(const Request &request);
+    // While a request waits for a worker: its deadline, and a client that goes away.
+    void watchClient();
+    void onClientReadable(const std::shared_ptr<std::atomic<bool>> &taken, boost::beast::error_code ec);
+    void onDeadline(const std::shared_ptr<std::atomic<bool>> &taken, boost::beast::error_code ec);
+    // True when the waiting request is now given up: no worker will run it.
+    bool giveUp();
+    void stopWaiting();
     void probeHealth(bool keepAlive);
     void answer(QByteArray response, bool keepAlive);
     void onWrite(bool keepAlive, boost::beast::error_code ec, std::size_t bytes);
@@ -68,6 +78,11 @@ private:
     std::optional<boost::beast::http::request_parser<boost::beast::http::string_body>> m_parser;
     HttpServer &m_server;
     bool m_reading = false;
+    // The request waiting for a worker, if any: whoever sets the flag first, the worker or
+    // this session giving it up, decides whether it runs.
+    std::shared_ptr<std::atomic<bool>> m_taken;
+    bool m_keepAlive = false;
+    boost::asio::steady_timer m_deadline;
 
     // Of the request being answered, for the access log.
     std::string m_method;

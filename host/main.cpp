@@ -122,7 +122,7 @@ int serve(QCoreApplication &app, const HostConfig &config)
                      &notifier, SLOT(recordCreated(QString,uint,QString,quint8)));
 
     WorkerPool pool(plugin, &manager, config.debugLevel);
-    pool.start(config.threads, infoDb);
+    pool.start(config.threads, config.queueDepth, infoDb);
     HttpServer server(config, pool, plugin->paths());
     if (!server.listen(&error)) {
         pool.stop();

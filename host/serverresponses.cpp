@@ -34,6 +34,19 @@ std::string make(http::status status, const std::string &text, bool keepAlive, i
     return respond(status, "text/plain; charset=utf-8", text + "\n", keepAlive, retryAfter);
 }
 
+// In the plug-in's error form: its head lines and an indented {"code", "message"} body.
+std::string pluginError(const char *statusLine, int code, const QString &message, int retryAfter = 0)
+{
+    const QByteArray json = QJsonDocument(QJsonObject{{QStringLiteral("code"), code}, {QStringLiteral("message"), message}})
+                                .toJson(QJsonDocument::Indented);
+    QByteArray head = QByteArray("HTTP/1.1 ") + statusLine + "\r\nContent-Type: application/json; charset=\"utf-8\"\r\n"
+        + "Content-Length: " + QByteArray::number(json.size()) + "\r\n";
+    if (retryAfter > 0)
+        head += "Retry-After: " + QByteArray::number(retryAfter) + "\r\n";
+    head += "X-WEBAPI-TMS: " + QByteArray::number(QDateTime::currentSecsSinceEpoch()) + "\r\n\r\n";
+    return (head + json).toStdString();
+}
+
 } // namespace
 
 std::string ServerResponses::health(bool infoDbAnswers, bool keepAlive)
@@ -80,13 +93,11 @@ std::string ServerResponses::tooManyRequests(int retryAfter, bool keepAlive)
 std::string ServerResponses::invalidToken()
 {
     // The token is not repeated: it is someone else's bytes, possibly crafted.
-    const QByteArray json = QJsonDocument(QJsonObject{{QStringLiteral("code"), 100102},
-                                                      {QStringLiteral("message"), QStringLiteral("Invalid ID 'token'!")}})
-                                .toJson(QJsonDocument::Indented);
-    const QByteArray head = QStringLiteral("HTTP/1.1 400 Bad Request\r\nContent-Type: application/json; "
-                                           "charset=\"utf-8\"\r\nContent-Length: %1\r\nX-WEBAPI-TMS: %2\r\n\r\n")
-                                .arg(json.size())
-                                .arg(QDateTime::currentSecsSinceEpoch())
-                                .toLatin1();
-    return (head + json).toStdString();
+    return pluginError("400 Bad Request", 100102, QStringLiteral("Invalid ID 'token'!"));
+}
+
+std::string ServerResponses::busy(int retryAfter)
+{
+    // No database is named: the request was not looked at.
+    return pluginError("503 Service Unavailable", 100503, QStringLiteral("Database '' not initialized!"), retryAfter);
 }
