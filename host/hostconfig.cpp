@@ -5,6 +5,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QHostAddress>
 #include <QThread>
 #include <QUrl>
 
@@ -23,6 +24,7 @@ struct KeyInfo
 const KeyInfo kKeys[] = {
     {"listen/address", "127.0.0.1", "address to listen on"},
     {"listen/port", "8080", "TCP port; 0 picks a free one (the start line names it)"},
+    {"listen/insecure", "false", "true: allow plain HTTP on a non-loopback address (keys travel in clear)"},
     {"threads", "", "worker threads; each takes the next request of any customer (default: CPU count, at least 2)"},
     {"io/threads", "", "threads that read and write connections (default: 1 per 4 workers, at least 1)"},
     {"plugin", nullptr, "path of the plug-in file (default: the installed one beside this host, else the built one)"},
@@ -42,7 +44,10 @@ const KeyInfo kKeys[] = {
     {"limits/timeout", "30", "seconds to receive a whole request or write a response"},
     {"queue/depth", "100", "requests waiting for a free worker; more get 503 with Retry-After"},
     {"queue/deadline", "10", "seconds a request may wait for a worker; later it gets 503 and never runs"},
-    {"auth/failures", "10", "failed authentications per client address and minute before 429 (0: no limit)"},
+    {"auth/failures", "10", "failed authentications per client and customer and minute before 429 (0: no limit)"},
+    {"proxy/trusted", "", "comma-separated addresses of proxies whose X-Forwarded-For names the client"},
+    {"limits/connections", "10000", "open connections in total; more are closed at once"},
+    {"limits/client_connections", "256", "open connections per client address (trusted proxies exempt)"},
     {"tls/certificate", "", "PEM certificate chain; with tls/key the host speaks HTTPS only (empty: plain HTTP)"},
     {"tls/key", "", "PEM private key of tls/certificate"},
     {"webhook/url", "", "URL that gets a JSON POST per created record; empty: none"},
@@ -153,10 +158,35 @@ bool HostConfig::load(EnviroSettings &settings, HostConfig *config, QString *err
     if (!number(settings, "auth/failures", 0, 1000000, &n, error))
         return false;
     c.authFailures = int(n);
+    if (!number(settings, "limits/connections", 1, 1000000, &n, error))
+        return false;
+    c.maxConnections = int(n);
+    if (!number(settings, "limits/client_connections", 1, 1000000, &n, error))
+        return false;
+    c.maxClientConnections = int(n);
+    for (const QString &proxy : text(settings, "proxy/trusted").split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+        if (QHostAddress(proxy.trimmed()).isNull()) {
+            *error = QStringLiteral("setting proxy/trusted: '%1' is not an IP address").arg(proxy.trimmed());
+            return false;
+        }
+        c.trustedProxies.append(proxy.trimmed());
+    }
     c.tlsCertificate = text(settings, "tls/certificate");
     c.tlsKey = text(settings, "tls/key");
     if (c.tlsCertificate.isEmpty() != c.tlsKey.isEmpty()) {
         *error = QStringLiteral("settings tls/certificate and tls/key go together: set both or neither");
+        return false;
+    }
+    const QString insecure = text(settings, "listen/insecure");
+    if (insecure != QLatin1String("true") && insecure != QLatin1String("false")) {
+        *error = QStringLiteral("setting listen/insecure must be true or false, not '%1'").arg(insecure);
+        return false;
+    }
+    // Keys and tokens travel in headers: in clear only where nobody else can listen.
+    if (c.tlsCertificate.isEmpty() && insecure != QLatin1String("true") && !QHostAddress(c.address).isNull()
+        && !QHostAddress(c.address).isLoopback()) {
+        *error = QStringLiteral("plain HTTP on %1 would send keys in clear: set tls/certificate and tls/key, "
+                                "listen on loopback behind a TLS proxy, or set listen/insecure=true").arg(c.address);
         return false;
     }
     c.webhookUrl = text(settings, "webhook/url");
@@ -188,7 +218,8 @@ QString HostConfig::helpText(const EnviroSettings &settings)
     help += QStringLiteral(
         "\n"
         "GET /healthz answers 200 while the InfoDB answers. SIGINT or SIGTERM stop the host:\n"
-        "requests running are answered, those waiting get 503. Exit status 2: the plug-in or\n"
-        "the InfoDB is unusable.\n");
+        "requests running are answered, those waiting get 503. SIGHUP reloads the TLS\n"
+        "certificate and key. An InfoDB that does not answer at start is retried. Exit status\n"
+        "2: bad settings, or the plug-in or the InfoDB login is unusable.\n");
     return help;
 }

@@ -4,6 +4,7 @@
 #include "hostlog.h"
 
 #include <QString>
+#include <QStringList>
 
 class EnviroSettings;
 
@@ -35,7 +36,10 @@ struct HostConfig
     int timeoutSeconds = 0;  // to receive one whole request, and to write one response
     int queueDepth = 0;      // requests waiting for a free worker before 503
     int deadlineSeconds = 0; // a request still waiting this long gets 503 and never runs
-    int authFailures = 0;    // per client address and minute before 429; 0: unlimited
+    int authFailures = 0;    // per client and customer and minute before 429; 0: unlimited
+    QStringList trustedProxies;  // their X-Forwarded-For names the client
+    int maxConnections = 0;        // open connections in total
+    int maxClientConnections = 0;  // open connections per peer address
     QString tlsCertificate;  // PEM files; both empty: plain HTTP
     QString tlsKey;
     QString webhookUrl;

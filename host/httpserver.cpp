@@ -5,9 +5,6 @@
 #include "session.h"
 #include "workerpool.h"
 
-#include <openssl/err.h>
-#include <openssl/ssl.h>
-
 #include <csignal>
 
 namespace net = boost::asio;
@@ -23,8 +20,10 @@ HttpServer::HttpServer(const HostConfig &config, WorkerPool &pool, const QString
     : m_config(config)
     , m_pool(pool)
     , m_throttle(config.authFailures)
+    , m_proxies(config.trustedProxies)
     , m_ioc(config.ioThreads)
     , m_signals(m_ioc, SIGINT, SIGTERM)
+    , m_hangup(m_ioc, SIGHUP)
     , m_deadline(m_ioc)
 {
     for (const QString &path : pluginPaths)
@@ -44,8 +43,11 @@ bool HttpServer::listen(QString *error)
         *error = QStringLiteral("listen/address '%1' is not an IP address").arg(m_config.address);
         return false;
     }
-    if (!m_config.tlsCertificate.isEmpty() && !loadTls(error))
-        return false;
+    if (!m_config.tlsCertificate.isEmpty()) {
+        m_tls = std::make_unique<TlsContext>(m_config.tlsCertificate, m_config.tlsKey);
+        if (!m_tls->load(error))
+            return false;
+    }
     m_listener = std::make_shared<Listener>(m_ioc, *this);
     if (!m_listener->open({address, m_config.port}, ec)) {
         *error = QStringLiteral("cannot listen on %1:%2: %3").arg(m_config.address).arg(m_config.port)
@@ -53,31 +55,6 @@ bool HttpServer::listen(QString *error)
         return false;
     }
     m_baseUrl = QStringLiteral("%1://%2:%3").arg(QLatin1String(m_tls ? "https" : "http"), m_config.address).arg(port()).toUtf8();
-    return true;
-}
-
-bool HttpServer::loadTls(QString *error)
-{
-    namespace ssl = net::ssl;
-    m_tls = std::make_unique<ssl::context>(ssl::context::tls_server);
-    // TLS 1.2 and later only; the older versions have known breaks.
-    m_tls->set_options(ssl::context::default_workarounds | ssl::context::no_sslv2 | ssl::context::no_sslv3
-                       | ssl::context::no_tlsv1 | ssl::context::no_tlsv1_1 | ssl::context::single_dh_use);
-    boost::beast::error_code ec;
-    m_tls->use_certificate_chain_file(m_config.tlsCertificate.toStdString(), ec);
-    if (ec) {
-        *error = QStringLiteral("cannot load the TLS certificate %1 (setting tls/certificate): %2")
-                     .arg(m_config.tlsCertificate, QString::fromStdString(ec.message()));
-        return false;
-    }
-    m_tls->use_private_key_file(m_config.tlsKey.toStdString(), ssl::context::pem, ec);
-    if (!ec && !SSL_CTX_check_private_key(m_tls->native_handle()))
-        ec = boost::beast::error_code(int(ERR_get_error()), net::error::get_ssl_category());
-    if (ec) {
-        *error = QStringLiteral("cannot load the TLS key %1 (setting tls/key): %2")
-                     .arg(m_config.tlsKey, QString::fromStdString(ec.message()));
-        return false;
-    }
     return true;
 }
 
@@ -96,9 +73,23 @@ void HttpServer::start(std::function<void()> stopped)
         hostLog(QStringLiteral("signal %1: stopping after the requests in flight").arg(signal));
         beginStop();
     });
+    awaitHangup();
     m_listener->run();
     for (int i = 0; i < m_config.ioThreads; ++i)
         m_threads.emplace_back([this] { m_ioc.run(); });
+}
+
+void HttpServer::awaitHangup()
+{
+    m_hangup.async_wait([this](const boost::system::error_code &ec, int) {
+        if (ec)
+            return;
+        if (m_tls)
+            m_tls->reload();
+        else
+            hostLog(QStringLiteral("SIGHUP: plain HTTP, no certificate to reload"));
+        awaitHangup();
+    });
 }
 
 void HttpServer::join()

@@ -3,6 +3,8 @@
 
 #include "auththrottle.h"
 #include "hostconfig.h"
+#include "tlscontext.h"
+#include "trustedproxies.h"
 
 #include <QByteArray>
 #include <QStringList>
@@ -10,7 +12,6 @@
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
-#include <boost/asio/ssl/context.hpp>
 #include <boost/asio/steady_timer.hpp>
 
 #include <atomic>
@@ -28,8 +29,8 @@ class Session;
 class WorkerPool;
 
 // The I/O side of the host: the listener, the sessions (plain or TLS), the throttle of failed
-// authentications, the I/O threads and the graceful stop on SIGINT/SIGTERM (no new
-// connections, requests in flight answered, then `stopped`).
+// authentications, the I/O threads, the graceful stop on SIGINT/SIGTERM (no new
+// connections, requests in flight answered, then `stopped`) and the TLS reload on SIGHUP.
 class HttpServer
 {
 public:
@@ -49,8 +50,9 @@ public:
     bool servesPath(const std::string &path) const;
     const QByteArray &baseUrl() const { return m_baseUrl; }
     AuthThrottle &throttle() { return m_throttle; }
+    const TrustedProxies &proxies() const { return m_proxies; }
     // The certificate and key of tls/*; null when the host speaks plain HTTP.
-    boost::asio::ssl::context *tlsContext() const { return m_tls.get(); }
+    TlsContext *tls() const { return m_tls.get(); }
 
     void addSession(const std::shared_ptr<Session> &session);
     void removeSession(Session *session);
@@ -58,7 +60,7 @@ public:
 private:
     void beginStop();
     void finishIfDone();
-    bool loadTls(QString *error);
+    void awaitHangup();
 
     const HostConfig m_config;
     WorkerPool &m_pool;
@@ -66,7 +68,8 @@ private:
     QByteArray m_baseUrl;
     std::function<void()> m_stopped;
     AuthThrottle m_throttle;
-    std::unique_ptr<boost::asio::ssl::context> m_tls;
+    const TrustedProxies m_proxies;
+    std::unique_ptr<TlsContext> m_tls;
 
     // Declared before the io_context: handlers it destroys may still end sessions.
     std::mutex m_mutex;
@@ -77,6 +80,7 @@ private:
     boost::asio::io_context m_ioc;
     std::optional<boost::asio::executor_work_guard<boost::asio::io_context::executor_type>> m_work;
     boost::asio::signal_set m_signals;
+    boost::asio::signal_set m_hangup;
     boost::asio::steady_timer m_deadline;
     std::shared_ptr<Listener> m_listener;
     std::vector<std::thread> m_threads;

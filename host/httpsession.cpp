@@ -34,15 +34,6 @@ QString text(beast::string_view view)
     return QString::fromUtf8(view.data(), int(view.size()));
 }
 
-// The plug-in's answer to a key or scheme it refused (RE_BadAuthorization, RE_BadApiToken);
-// a missing Authorization line (100001) is a client bug, not a guess.
-bool isFailedAuthentication(const QByteArray &response)
-{
-    return AccessLog::statusOf(response) == 401
-        && (response.contains("\"code\": 100006") || response.contains("\"code\": 100007")
-            || response.contains("\"code\":100006") || response.contains("\"code\":100007"));
-}
-
 } // namespace
 
 template <class Stream>
@@ -76,8 +67,10 @@ void HttpSession<Stream>::run()
 template <class Stream>
 void HttpSession<Stream>::onHandshake(beast::error_code ec)
 {
-    if (ec)
+    if (ec) {
+        m_server.tls()->handshakeFailed(m_client, ec);
         return closeSocket();  // not TLS, wrong version, or too slow: nothing to answer
+    }
     readRequest();
 }
 
@@ -159,6 +152,11 @@ void HttpSession<Stream>::handleRequest()
     m_path = std::string(target.substr(0, target.find('?')));
     m_requestId = AccessLog::clientRequestId(request[AccessLog::kRequestIdHeader]);
     const bool keepAlive = request.keep_alive();
+    std::string forwardedFor;
+    const auto forwarded = request.equal_range("X-Forwarded-For");
+    for (auto field = forwarded.first; field != forwarded.second; ++field)
+        forwardedFor += (forwardedFor.empty() ? "" : ",") + std::string(field->value());
+    m_client = m_server.proxies().client(m_peer, forwardedFor);
     if (m_server.servesPath(m_path))
         return dispatchToPlugin(request);
     if (request.method() == http::verb::get && m_path == "/healthz")
@@ -172,27 +170,27 @@ template <class Stream>
 void HttpSession<Stream>::dispatchToPlugin(const Request &request)
 {
     const bool keepAlive = request.keep_alive();
-    if (const int wait = m_server.throttle().retryAfter(m_client))
-        return answer(QByteArray::fromStdString(ServerResponses::tooManyRequests(wait, keepAlive)), keepAlive);
     QStringList lines;
     for (const auto &field : request)
         lines.append(text(field.name_string()) + QLatin1String(": ") + text(field.value()));
+    const QString token = WorkerPool::customerToken(lines);
+    if (const int wait = m_server.throttle().retryAfter(m_client, token.toStdString()))
+        return answer(QByteArray::fromStdString(ServerResponses::tooManyRequests(wait, keepAlive)), keepAlive);
     const QString method = text(request.method_string());
     const QUrl url = QUrl::fromEncoded(m_server.baseUrl() + QByteArray(request.target().data(), int(request.target().size())));
     const QByteArray body(request.body().data(), int(request.body().size()));
     // A token the InfoDB could read as SQL never reaches a worker.
-    if (!DBManager::isValidToken(WorkerPool::customerToken(lines)))
+    if (!DBManager::isValidToken(token))
         return answer(QByteArray::fromStdString(ServerResponses::invalidToken()), keepAlive);
     auto taken = std::make_shared<std::atomic<bool>>(false);
     const bool queued = m_server.pool().submit([self = this->shared_from_this(), taken, method, url, lines, body,
-                                                keepAlive](HttpPluginWorker *worker) {
+                                                keepAlive, token](HttpPluginWorker *worker) {
         if (taken->exchange(true))
             return;  // given up while it waited: answered already, or nobody is listening
         QByteArray response = worker->buildResponse(method, url, lines, body);
-        net::post(self->m_stream.get_executor(), [self, response = std::move(response), keepAlive]() mutable {
+        net::post(self->m_stream.get_executor(), [self, response = std::move(response), keepAlive, token]() mutable {
             self->stopWaiting();
-            if (isFailedAuthentication(response))
-                self->m_server.throttle().recordFailure(self->m_client);
+            self->m_server.throttle().recordResponse(self->m_client, token.toStdString(), response);
             self->answer(std::move(response), keepAlive);
         });
     });

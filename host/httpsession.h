@@ -34,7 +34,8 @@ public:
     // `streamArgs` follow the socket into the stream: nothing for plain TCP, the context for TLS.
     template <class... StreamArgs>
     HttpSession(HttpServer &server, boost::asio::ip::tcp::socket &&socket, StreamArgs &&...streamArgs)
-        : m_client(clientAddress(socket))
+        : m_peer(clientAddress(socket))
+        , m_client(m_peer)
         , m_stream(std::move(socket), std::forward<StreamArgs>(streamArgs)...)
         , m_server(server)
         , m_deadline(m_stream.get_executor())
@@ -72,7 +73,8 @@ private:
     boost::beast::tcp_stream &tcp() { return boost::beast::get_lowest_layer(m_stream); }
     static std::string clientAddress(const boost::asio::ip::tcp::socket &socket);
 
-    std::string m_client;  // before the stream: read from the socket the stream takes over
+    std::string m_peer;  // before the stream: read from the socket the stream takes over
+    std::string m_client;  // the peer, or the client a trusted proxy names for this request
     Stream m_stream;
     boost::beast::flat_buffer m_buffer;
     std::optional<boost::beast::http::request_parser<boost::beast::http::string_body>> m_parser;

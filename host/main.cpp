@@ -14,8 +14,10 @@
 #include <QHostAddress>
 #include <QPluginLoader>
 #include <QSqlError>
+#include <QThread>
 #include <QTimer>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <memory>
@@ -25,6 +27,9 @@ namespace {
 const char *const kInfoConnection = "QHX.InfoDB";
 const char *const kZmtConnection = "QHX.ZMTDB";
 const int kWebhookGraceMs = 5000;
+// Waits between attempts to reach the InfoDB at start: doubled up to the last.
+const int kFirstRetryMs = 1000;
+const int kLastRetryMs = 30000;
 
 std::atomic<bool> g_debugLines{false};
 
@@ -72,6 +77,28 @@ HttpPluginInterface *loadPlugin(QPluginLoader &loader, QString *error)
     return plugin;
 }
 
+// Opens the InfoDB, waiting for a server that is not up yet (a host often starts before its
+// database). False with the reason when waiting cannot help: a refused login or a missing
+// database is a fault of the settings.
+bool openInfoDb(QSqlDatabase &db, const DbConfig &config, QString *error)
+{
+    int waitMs = kFirstRetryMs;
+    while (!db.open()) {
+        const QString reason = QStringLiteral("cannot reach the InfoDB %1 on %2:%3: %4")
+                                   .arg(config.name, config.host).arg(config.port).arg(db.lastError().text());
+        // ER_ACCESS_DENIED_ERROR, ER_DBACCESS_DENIED_ERROR, ER_BAD_DB_ERROR
+        const QString code = db.lastError().nativeErrorCode();
+        if (code == QLatin1String("1045") || code == QLatin1String("1044") || code == QLatin1String("1049")) {
+            *error = reason;
+            return false;
+        }
+        hostLog(QStringLiteral("webapi-host: %1; retrying in %2 s").arg(reason).arg(waitMs / 1000));
+        QThread::msleep(ulong(waitMs));
+        waitMs = std::min(2 * waitMs, kLastRetryMs);
+    }
+    return true;
+}
+
 // Arguments: --help, --config FILE. False with the reason in `error`.
 bool parseArguments(const QStringList &args, QString *configFile, bool *help, QString *error)
 {
@@ -105,10 +132,8 @@ int serve(QCoreApplication &app, const HostConfig &config)
         return fail(error);
 
     QSqlDatabase infoDb = addDatabase(QLatin1String(kInfoConnection), config.infoDb);
-    if (!infoDb.open())
-        return fail(QStringLiteral("cannot reach the InfoDB %1 on %2:%3: %4")
-                        .arg(config.infoDb.name, config.infoDb.host).arg(config.infoDb.port)
-                        .arg(infoDb.lastError().text()));
+    if (!openInfoDb(infoDb, config.infoDb, &error))
+        return fail(error);
     DBManager manager;
     manager.setDebugLevel(config.debugLevel);
     manager.setInfoDB(infoDb);
@@ -140,7 +165,7 @@ int serve(QCoreApplication &app, const HostConfig &config)
     hostLog(QStringLiteral("webapi-host: plug-in %1 version %2, %3 workers, %4 I/O threads, listening on %5")
                 .arg(config.plugin, plugin->getVersion()).arg(config.threads).arg(config.ioThreads)
                 .arg(QString::fromUtf8(server.baseUrl())));
-    if (!server.tlsContext() && !QHostAddress(config.address).isLoopback())
+    if (!server.tls() && !QHostAddress(config.address).isLoopback())
         hostLog(QStringLiteral("webapi-host: plain HTTP on a non-loopback address: keys travel in clear; "
                                "set tls/certificate and tls/key or put a TLS proxy in front"));
     app.exec();

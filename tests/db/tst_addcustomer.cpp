@@ -1,10 +1,13 @@
 // scripts/add-customer against the private MariaDB: each customer's MySQL user reaches its
-// own database only, and the key and admin token it prints once work through the plug-in.
+// own database only, the key and admin token it prints once work through the plug-in, and
+// no secret stands on a command line. Also how scripts/mariadb locks its server down.
 #include "support/apifixture.h"
 
 #include "licence/licence.h"
 
 #include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QtTest>
@@ -18,13 +21,18 @@ struct Created
     QMap<QString, QString> printed;  // token, key, admin-token
 };
 
-Created addCustomer(const QString &infoDb, const QStringList &arguments)
+// The operator's password, and `secrets` ("name=value" lines), go in on stdin.
+Created addCustomer(const QString &infoDb, const QStringList &arguments, const QByteArray &secrets = QByteArray(),
+                    const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment())
 {
     QProcess script;
+    script.setProcessEnvironment(environment);
     script.start(WEBAPI_SOURCE_DIR "/scripts/add-customer",
                  QStringList{"--host", TestServer::host(), "--port", QString::number(TestServer::port()), "--admin-user",
-                             TestServer::user(), "--admin-password", TestServer::password(), "--infodb", infoDb}
+                             TestServer::user(), "--secrets", "-", "--infodb", infoDb}
                      + arguments);
+    script.write("admin-password=" + TestServer::password().toUtf8() + "\n" + secrets);
+    script.closeWriteChannel();
     Created created;
     if (!script.waitForFinished(120000))
         return created;
@@ -52,8 +60,10 @@ private slots:
     void printedCredentialsWork();
     void refusals_data();
     void refusals();
+    void privateServerLockedDown();
 
 private:
+    QTemporaryDir m_dir;
     QScopedPointer<ApiFixture> m_fx;  // its InfoDB, manager and worker serve the new customers
     QString m_a;
     QString m_b;
@@ -68,8 +78,23 @@ void TestAddCustomer::initTestCase()
     QVERIFY2(m_fx->setUp(), qPrintable(m_fx->error()));
     m_a = TestServer::uniqueName("addc_a");
     m_b = TestServer::uniqueName("addc_b");
-    m_createdA = addCustomer(m_fx->info().name(), {m_a});
+    // Every command line of the mariadb client is written down on the way.
+    const QString argvLog = m_dir.filePath("mariadb-argv.log");
+    QFile shim(m_dir.filePath("mariadb"));
+    QVERIFY(shim.open(QIODevice::WriteOnly));
+    shim.write(QString("#!/bin/sh\nprintf '%s\\n' \"$*\" >>%1\nexec %2 \"$@\"\n")
+                   .arg(argvLog, QStandardPaths::findExecutable("mariadb"))
+                   .toUtf8());
+    shim.close();
+    QVERIFY(shim.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("PATH", m_dir.path() + ":" + environment.value("PATH"));
+    m_createdA = addCustomer(m_fx->info().name(), {m_a}, QByteArray(), environment);
     QVERIFY2(m_createdA.exitCode == 0, qPrintable(m_createdA.output));
+    QFile argv(argvLog);
+    QVERIFY(argv.open(QIODevice::ReadOnly));
+    const QByteArray commandLines = argv.readAll();
+    QVERIFY(commandLines.count('\n') > 5);
     m_createdB = addCustomer(m_fx->info().name(), {"--token", "token.b-" + m_b, "--client", "tools", m_b});
     QVERIFY2(m_createdB.exitCode == 0, qPrintable(m_createdB.output));
     // Logged in with the password the InfoDB holds for it.
@@ -81,6 +106,9 @@ void TestAddCustomer::initTestCase()
     own.setPassword(QString::fromUtf8(QByteArray::fromBase64(pass)));
     own.setDatabaseName(m_a);
     QVERIFY2(own.open(), qPrintable(own.lastError().text()));
+    for (const QString &secret : {TestServer::password(), own.password(), m_createdA.printed.value("key"),
+                                  m_createdA.printed.value("admin-token"), QString::fromLatin1(pass)})
+        QVERIFY2(!commandLines.contains(secret.toUtf8()), qPrintable(secret));
 }
 
 void TestAddCustomer::cleanupTestCase()
@@ -169,22 +197,34 @@ void TestAddCustomer::printedCredentialsWork()
 void TestAddCustomer::refusals_data()
 {
     QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QByteArray>("secrets");
+    QTest::addColumn<QString>("reason");
     const QString fresh = TestServer::uniqueName("addc_c");
-    QTest::newRow("existing database") << QStringList{m_a};
-    QTest::newRow("token in use") << QStringList{"--token", "token-" + m_a, fresh};
-    QTest::newRow("quote in token") << QStringList{"--token", "token'x", fresh};
-    QTest::newRow("token without the word") << QStringList{"--token", "abc", fresh};
-    QTest::newRow("name with quote") << QStringList{"x'y"};
-    QTest::newRow("short key") << QStringList{"--key", "short", fresh};
+    const QString readable = m_dir.filePath("readable-secrets");
+    QFile file(readable);
+    QVERIFY(file.open(QIODevice::WriteOnly) && file.write("key=0123456789abcdef0123\n") > 0);
+    file.close();
+    QVERIFY(file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther));
+    QTest::newRow("existing database") << QStringList{m_a} << QByteArray() << "exists already";
+    QTest::newRow("token in use") << QStringList{"--token", "token-" + m_a, fresh} << QByteArray() << "has a customer";
+    QTest::newRow("quote in token") << QStringList{"--token", "token'x", fresh} << QByteArray() << "--token";
+    QTest::newRow("token without the word") << QStringList{"--token", "abc", fresh} << QByteArray() << "the word";
+    QTest::newRow("name with quote") << QStringList{"x'y"} << QByteArray() << "NAME";
+    QTest::newRow("short key") << QStringList{fresh} << QByteArray("key=short\n") << "16 to 128";
+    QTest::newRow("key on the command line") << QStringList{"--key", "0123456789abcdef0123", fresh} << QByteArray()
+                                             << "never on a command line";
+    QTest::newRow("secrets others can read") << QStringList{"--secrets", readable, fresh} << QByteArray() << "chmod 600";
 }
 
 void TestAddCustomer::refusals()
 {
     QFETCH(QStringList, arguments);
+    QFETCH(QByteArray, secrets);
+    QFETCH(QString, reason);
     const QString count = "SELECT COUNT(*) FROM `schemas`";
     const int customers = m_fx->info().scalar(count).toInt();
-    const Created created = addCustomer(m_fx->info().name(), arguments);
-    QVERIFY2(created.exitCode != 0, qPrintable(created.output));
+    const Created created = addCustomer(m_fx->info().name(), arguments, secrets);
+    QVERIFY2(created.exitCode != 0 && created.output.contains(reason), qPrintable(created.output));
     QVERIFY(created.printed.isEmpty());
     QCOMPARE(m_fx->info().scalar(count).toInt(), customers);
     // A half-made customer is removed again; the existing one stays whole.
@@ -194,6 +234,26 @@ void TestAddCustomer::refusals()
                              .arg(QString(name).replace("'", "''")))
                  .toInt(),
              name == m_a ? 1 : 0);
+}
+
+void TestAddCustomer::privateServerLockedDown()
+{
+    // The test account holds every right, FILE included; the server itself keeps files out.
+    QCOMPARE(m_fx->info().scalar("SELECT LOAD_FILE('/etc/hostname') IS NULL").toInt(), 1);
+    QVERIFY(!m_fx->info().exec("SELECT 1 INTO OUTFILE '/tmp/webapi-addc-outfile'"));
+    QVERIFY2(m_fx->info().error().contains("secure-file-priv"), qPrintable(m_fx->info().error()));
+    QCOMPARE(m_fx->info().scalar("SELECT @@bind_address").toString(), "127.0.0.1");
+    // root over TCP: neither without a password nor with one.
+    for (const QString &password : {QString(), TestServer::password()}) {
+        QSqlDatabase root = QSqlDatabase::addDatabase("QMYSQL", "addc_root");
+        root.setHostName(TestServer::host());
+        root.setPort(TestServer::port());
+        root.setUserName("root");
+        root.setPassword(password);
+        QVERIFY(!root.open());
+        root = QSqlDatabase();
+        QSqlDatabase::removeDatabase("addc_root");
+    }
 }
 
 QTEST_GUILESS_MAIN(TestAddCustomer)

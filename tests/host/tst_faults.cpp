@@ -1,6 +1,6 @@
 // The database stopped under load, end to end through the real host: clean JSON errors,
-// never a hang or a crash, service back without a host restart, and a retried entrance
-// stored once. The test runs a MariaDB server of its own (in the build folder, on a free
+// never a hang or a crash, service back without a host restart, a retried entrance stored
+// once, and a host started before its database. The test runs a MariaDB server of its own (in the build folder, on a free
 // port) and stops only that one; the shared server of the other suites is never touched.
 #include "support/apifixture.h"
 #include "support/hostprocess.h"
@@ -23,6 +23,7 @@ private slots:
     void cleanupTestCase();
     void outageUnderLoad();
     void retriedEntranceStoredOnce();
+    void startsBeforeTheDatabase();
 
 private:
     // scripts/mariadb on this suite's own server only.
@@ -181,6 +182,21 @@ void TestFaults::retriedEntranceStoredOnce()
     QCOMPARE(reply.status, 201);
     QCOMPARE(post(terminal, refId).status, 208);
     QCOMPARE(m_fx->customer().scalar(QString("SELECT COUNT(*) FROM inters_data WHERE refId = %1").arg(refId)).toInt(), 1);
+}
+
+void TestFaults::startsBeforeTheDatabase()
+{
+    QVERIFY(stopDatabase());
+    HostProcess host;
+    QVERIFY(host.launch(m_fx->info().name()));
+    // Waiting for the server, not giving up on it.
+    QVERIFY2(host.waitForLog("cannot reach the InfoDB"), host.log().constData());
+    QVERIFY(host.waitForLog("retrying in"));
+    QCOMPARE(host.process().state(), QProcess::Running);
+    QVERIFY(startDatabase());
+    QVERIFY2(host.waitUntilListening(60000), host.log().constData());
+    HttpConnection terminal(host.port());
+    QCOMPARE(people(terminal).status, 200);
 }
 
 QTEST_GUILESS_MAIN(TestFaults)

@@ -11,6 +11,9 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <signal.h>
+#include <sys/resource.h>
+
 #include <atomic>
 #include <memory>
 #include <thread>
@@ -52,6 +55,9 @@ private slots:
     void refusals();
     void slowClientTimedOut();
     void tlsConnections();
+    void tlsPolicy_data();
+    void tlsPolicy();
+    void tlsReloadedOnHangup();
     void accessLogHidesCredentials();
     void jsonAccessLog_data();
     void jsonAccessLog();
@@ -59,6 +65,9 @@ private slots:
     void craftedTokens();
     void throttle_data();
     void throttle();
+    void throttleBehindProxy();
+    void connectionCaps();
+    void outOfDescriptors();
     void webhookGetsRecordCreated();
     void concurrentCustomers();
     void queuedRequestsGivenUp_data();
@@ -145,8 +154,11 @@ void TestHost::startFailures_data()
     QTest::newRow("other interface")
         << QStringList{plugin + QLibraryInfo::location(QLibraryInfo::PluginsPath) + "/sqldrivers/libqsqlmysql.so"}
         << "is not an HTTP plug-in";
-    QTest::newRow("InfoDB unreachable") << QStringList{"WEBAPI_INFODB_PORT=1"} << "cannot reach the InfoDB";
+    // A server that answers but refuses: waiting would not help.
+    QTest::newRow("no such InfoDB") << QStringList{"WEBAPI_INFODB_NAME=no_such_infodb"} << "cannot reach the InfoDB";
     QTest::newRow("bad port") << QStringList{"WEBAPI_LISTEN_PORT=70000"} << "listen/port";
+    QTest::newRow("plain HTTP beyond loopback") << QStringList{"WEBAPI_LISTEN_ADDRESS=0.0.0.0"} << "listen/insecure=true";
+    QTest::newRow("proxy not an address") << QStringList{"WEBAPI_PROXY_TRUSTED=127.0.0.1,proxy.example"} << "proxy/trusted";
     QTest::newRow("certificate alone") << QStringList{cert} << "tls/certificate and tls/key go together";
     QTest::newRow("no such certificate")
         << QStringList{"WEBAPI_TLS_CERTIFICATE=" + m_dir.filePath("none.pem"), "WEBAPI_TLS_KEY=" + m_dir.filePath("key.pem")}
@@ -278,6 +290,79 @@ void TestHost::tlsConnections()
              QByteArray("200"));
 }
 
+void TestHost::tlsPolicy_data()
+{
+    QTest::addColumn<QString>("options");  // of openssl s_client
+    QTest::addColumn<bool>("accepted");
+    // The client's own floor lowered, so only the host's policy can refuse.
+    QTest::newRow("TLS 1.1") << "-tls1_1 -cipher DEFAULT@SECLEVEL=0" << false;
+    QTest::newRow("TLS 1.2 CBC") << "-tls1_2 -cipher ECDHE-ECDSA-AES128-SHA256" << false;
+    QTest::newRow("TLS 1.2 without forward secrecy") << "-tls1_2 -cipher AES128-GCM-SHA256" << false;
+    QTest::newRow("TLS 1.2 AES-GCM") << "-tls1_2 -cipher ECDHE-ECDSA-AES256-GCM-SHA384" << true;
+    QTest::newRow("TLS 1.2 ChaCha20") << "-tls1_2 -cipher ECDHE-ECDSA-CHACHA20-POLY1305" << true;
+    QTest::newRow("TLS 1.3") << "-tls1_3" << true;
+}
+
+void TestHost::tlsPolicy()
+{
+    QFETCH(QString, options);
+    QFETCH(bool, accepted);
+    QProcess client;
+    client.start("openssl", QStringList{"s_client", "-connect", QString("127.0.0.1:%1").arg(m_tls.port()), "-brief"}
+                                + options.split(' '));
+    client.closeWriteChannel();
+    QVERIFY(client.waitForFinished(30000));
+    const QByteArray out = client.readAllStandardOutput() + client.readAllStandardError();
+    QVERIFY2((client.exitCode() == 0 && out.contains("CONNECTION ESTABLISHED")) == accepted, out.constData());
+    if (!accepted)
+        QVERIFY(m_tls.waitForLog("TLS handshake failed from 127.0.0.1"));
+}
+
+void TestHost::tlsReloadedOnHangup()
+{
+    QTemporaryDir dir;
+    const auto make = [&dir](const QString &name) {
+        return run("openssl", QString("req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -keyout %1 -out %2 "
+                                      "-days 2 -subj /CN=%3")
+                                  .arg(dir.filePath(name + "-key.pem"), dir.filePath(name + ".pem"), name)
+                                  .split(' '));
+    };
+    QVERIFY(make("first") && make("second"));
+    const QString cert = dir.filePath("cert.pem");
+    const QString key = dir.filePath("key.pem");
+    const auto install = [&](const QString &name) {
+        QFile::remove(cert);
+        QFile::remove(key);
+        return QFile::copy(dir.filePath(name + ".pem"), cert) && QFile::copy(dir.filePath(name + "-key.pem"), key);
+    };
+    const auto commonName = [](const HttpConnection &connection) {
+        return connection.peerCertificate().subjectInfo(QSslCertificate::CommonName).value(0);
+    };
+    QVERIFY(install("first"));
+    HostProcess host;
+    QVERIFY2(host.start(m_a->info().name(), {{"WEBAPI_TLS_CERTIFICATE", cert}, {"WEBAPI_TLS_KEY", key}}), host.log().constData());
+    HttpConnection kept(host.port(), QHostAddress(), true);
+    QCOMPARE(commonName(kept), "first");
+    QCOMPARE(kept.reply("GET", "/healthz").status, 200);
+
+    QVERIFY(install("second"));
+    host.signal(SIGHUP);
+    QVERIFY(host.waitForLog("TLS certificate and key reloaded"));
+    QCOMPARE(commonName(HttpConnection(host.port(), QHostAddress(), true)), "second");
+    QCOMPARE(kept.reply("GET", "/healthz").status, 200);
+
+    // A broken file keeps the certificate in use.
+    QFile broken(cert);
+    QVERIFY(broken.open(QIODevice::WriteOnly | QIODevice::Truncate) && broken.write("not a certificate\n") > 0);
+    broken.close();
+    host.signal(SIGHUP);
+    QVERIFY(host.waitForLog("TLS reload failed, the previous certificate stays in use"));
+    HttpConnection after(host.port(), QHostAddress(), true);
+    QCOMPARE(commonName(after), "second");
+    QCOMPARE(after.reply("GET", "/healthz").status, 200);
+    QCOMPARE(kept.reply("GET", "/healthz").status, 200);
+}
+
 void TestHost::accessLogHidesCredentials()
 {
     HttpConnection(m_host.port()).request("GET", "/webapi/info?q=1", m_a->adminHeaders("api-token-secret-in-log"));
@@ -350,7 +435,8 @@ void TestHost::craftedTokens()
     QFETCH(int, status);
     QStringList headers = m_a->terminalHeaders();
     headers.first() = pragma;
-    HttpConnection connection(m_host.port());
+    // Unknown tokens count as guesses: an address of its own keeps them from other tests.
+    HttpConnection connection(m_host.port(), QHostAddress("127.0.0.21"));
     const QByteArray raw = connection.request("GET", "/webapi/info", headers);
     if (status == 400)
         COMPARE_EXPECTED(maskTms(raw), "injection/host-bad-token.http");
@@ -363,32 +449,45 @@ void TestHost::craftedTokens()
 
 void TestHost::throttle_data()
 {
+    QTest::addColumn<QString>("customer");  // a, b (its licence off meanwhile) or an unknown token
     QTest::addColumn<QString>("authorization");
     QTest::addColumn<int>("code");
     QTest::addColumn<QString>("client");  // each row its own address: windows do not mix
     QTest::addColumn<bool>("throttled");
-    QTest::newRow("guessed key") << "Bearer guess-0001" << int(Response::RE_BadApiToken) << "127.0.0.11" << true;
-    QTest::newRow("other scheme") << "Basic Z3Vlc3M=" << int(Response::RE_BadAuthorization) << "127.0.0.12" << true;
-    QTest::newRow("no authorization") << "" << int(Response::RE_Unauthorized) << "127.0.0.13" << false;
+    const QString key = "Bearer " + ApiFixture::kKey;
+    QTest::newRow("guessed key") << "a" << "Bearer guess-0001" << int(Response::RE_BadApiToken) << "127.0.0.11" << true;
+    QTest::newRow("other scheme") << "a" << "Basic Z3Vlc3M=" << int(Response::RE_BadAuthorization) << "127.0.0.12" << true;
+    QTest::newRow("no authorization") << "a" << "" << int(Response::RE_Unauthorized) << "127.0.0.13" << false;
+    // Guessed customers lock the client out of every customer.
+    QTest::newRow("unknown customer") << "token-guess-" + TestServer::uniqueName("t") << key << int(Response::RE_BadDatabase)
+                                      << "127.0.0.14" << true;
+    QTest::newRow("not licensed") << "b" << key << int(Response::RE_BadAuthorization) << "127.0.0.15" << false;
 }
 
 void TestHost::throttle()
 {
+    QFETCH(QString, customer);
     QFETCH(QString, authorization);
     QFETCH(int, code);
     QFETCH(QString, client);
     QFETCH(bool, throttled);
-    const QString pragma = "Pragma: " + m_a->token();
-    const QStringList goodKey{pragma, "Authorization: Bearer " + ApiFixture::kKey};
+    const QString token = customer == "a" ? m_a->token() : customer == "b" ? m_b->token() : customer;
+    const QString pragma = "Pragma: " + token;
+    // The request after the failures: the same customer, or A after unknown tokens.
+    const QStringList goodKey{"Pragma: " + (customer == "b" ? m_b->token() : m_a->token()), "Authorization: Bearer " + ApiFixture::kKey};
+    const QString licence = "UPDATE vars SET value = '%1' WHERE name = 'webapi.enabled'";
+    if (customer == "b")
+        QVERIFY(m_b->customer().exec(licence.arg(0)));
     HttpConnection attacker(m_host.port(), QHostAddress(client));
     QVERIFY(attacker.isConnected());
     for (int i = 0; i < kAuthLimit; ++i) {
         const HttpReply reply = attacker.reply("GET", "/webapi/people",
                                                authorization.isEmpty() ? QStringList{pragma}
                                                                        : QStringList{pragma, "Authorization: " + authorization});
-        QCOMPARE(reply.status, 401);
         QCOMPARE(reply.errorCode(), code);
     }
+    if (customer == "b")
+        QVERIFY(m_b->customer().exec(licence.arg(1)));
     // Past the limit even the right key is refused, before the plug-in is asked.
     const HttpReply refused = attacker.reply("GET", "/webapi/info", goodKey);
     if (!throttled) {
@@ -402,9 +501,115 @@ void TestHost::throttle()
     QVERIFY(refused.header("X-WEBAPI-VER").isEmpty());
     QVERIFY(attacker.isConnected());  // keep-alive as asked
     QCOMPARE(attacker.reply("GET", "/healthz").status, 200);
+    // Another address (another client behind no proxy) is let in.
     HttpConnection neighbour(m_host.port(), QHostAddress(client.left(client.lastIndexOf('.')) + ".99"));
     QCOMPARE(neighbour.reply("GET", "/webapi/info", goodKey).status, 200);
     QVERIFY(m_host.waitForLog(client.toUtf8() + " \"GET /webapi/info\" 429 "));
+}
+
+void TestHost::throttleBehindProxy()
+{
+    HostProcess host;
+    QVERIFY2(host.start(m_a->info().name(), {{"WEBAPI_AUTH_FAILURES", QString::number(kAuthLimit)},
+                                             {"WEBAPI_PROXY_TRUSTED", "127.0.0.2, 127.0.0.1"}}),
+             host.log().constData());
+    const auto headers = [](const QString &token, const QString &key, const QString &forwardedFor) {
+        QStringList lines{"Pragma: " + token, "Authorization: Bearer " + key};
+        if (!forwardedFor.isEmpty())
+            lines << "X-Forwarded-For: " + forwardedFor;
+        return lines;
+    };
+    const QString key = ApiFixture::kKey;
+    // One proxy connection carries all clients; the first client guesses at customer A.
+    HttpConnection proxy(host.port());
+    for (int i = 0; i < kAuthLimit; ++i)
+        QCOMPARE(proxy.reply("GET", "/webapi/info", headers(m_a->token(), "guess", "10.0.0.1")).status, 401);
+    struct Case
+    {
+        const char *forwardedFor;
+        QString token;
+        int status;
+    };
+    const Case cases[] = {
+        {"10.0.0.1", m_a->token(), 429},
+        // Entries left of the client are its own words; trusted hops right of it are skipped.
+        {"192.0.2.7, 10.0.0.1, 127.0.0.2", m_a->token(), 429},
+        {"10.0.0.1, 10.0.0.2", m_a->token(), 200},
+        {"10.0.0.2", m_a->token(), 200},
+        {"", m_a->token(), 200},  // the proxy itself
+        // Counted per customer.
+        {"10.0.0.1", m_b->token(), 200},
+    };
+    for (const Case &c : cases)
+        QVERIFY2(proxy.reply("GET", "/webapi/info", headers(c.token, key, c.forwardedFor)).status == c.status, c.forwardedFor);
+    QVERIFY(host.waitForLog("10.0.0.1 \"GET /webapi/info\" 429 "));
+    QVERIFY(host.waitForLog("10.0.0.2 \"GET /webapi/info\" 200 "));
+
+    // From an address that is no trusted proxy the header counts for nothing.
+    HttpConnection direct(host.port(), QHostAddress("127.0.0.3"));
+    for (int i = 0; i < kAuthLimit; ++i)
+        QCOMPARE(direct.reply("GET", "/webapi/info", headers(m_a->token(), "guess", QString("10.0.1.%1").arg(i))).status, 401);
+    QCOMPARE(direct.reply("GET", "/webapi/info", headers(m_a->token(), key, "10.0.1.99")).status, 429);
+    QVERIFY(host.waitForLog("127.0.0.3 \"GET /webapi/info\" 429 "));
+}
+
+void TestHost::connectionCaps()
+{
+    // Also the one host on all addresses: allowed in plain HTTP only when asked for.
+    HostProcess host;
+    QVERIFY2(host.start(m_a->info().name(), {{"WEBAPI_LISTEN_ADDRESS", "0.0.0.0"}, {"WEBAPI_LISTEN_INSECURE", "true"},
+                                             {"WEBAPI_LIMITS_CONNECTIONS", "5"}, {"WEBAPI_LIMITS_CLIENT_CONNECTIONS", "2"},
+                                             {"WEBAPI_PROXY_TRUSTED", "127.0.0.1"}}),
+             host.log().constData());
+    std::vector<std::unique_ptr<HttpConnection>> open;
+    const auto connect = [&](const char *from) {
+        open.push_back(std::make_unique<HttpConnection>(host.port(), QHostAddress(from)));
+        return open.back().get();
+    };
+    const auto served = [](HttpConnection *connection) { return connection->reply("GET", "/healthz").status == 200; };
+    QVERIFY(served(connect("127.0.0.31")));
+    QVERIFY(served(connect("127.0.0.31")));
+    // Over the cap of its address: closed unanswered.
+    QVERIFY(connect("127.0.0.31")->waitForClose(5000));
+    // A trusted proxy counts only in the total.
+    for (int i = 0; i < 3; ++i)
+        QVERIFY(served(connect("127.0.0.1")));
+    QVERIFY(connect("127.0.0.32")->waitForClose(5000));
+    // A connection that ends gives its place back.
+    open.front().reset();
+    bool servedAgain = false;
+    for (int attempt = 0; attempt < 50 && !servedAgain; ++attempt)
+        servedAgain = served(connect("127.0.0.32")) || (QTest::qWait(100), false);
+    QVERIFY(servedAgain);
+    QVERIFY(host.log().contains("connection cap reached"));
+}
+
+void TestHost::outOfDescriptors()
+{
+    HostProcess host;
+    QVERIFY2(host.start(m_a->info().name(), {{"WEBAPI_THREADS", "2"}}), host.log().constData());
+    const pid_t pid = pid_t(host.process().processId());
+    HttpConnection kept(host.port());
+    QCOMPARE(kept.reply("GET", "/webapi/info", m_a->terminalHeaders()).status, 200);
+    // A few descriptors to spare, then a burst of connections that needs many more.
+    const rlimit limit{rlim_t(QDir(QString("/proc/%1/fd").arg(pid)).count()) + 4, rlim_t(4096)};
+    QVERIFY(prlimit(pid, RLIMIT_NOFILE, &limit, nullptr) == 0);
+    std::vector<std::unique_ptr<HttpConnection>> burst;
+    for (int i = 0; i < 40; ++i)
+        burst.push_back(std::make_unique<HttpConnection>(host.port()));
+    QVERIFY(host.waitForLog("pausing new connections"));
+    // Time in which an accept loop that retried at once would try thousands of times.
+    QTest::qWait(1000);
+    burst.clear();
+    QVERIFY(host.waitForLog("accepting again after"));
+    const QByteArray log = host.log();
+    QCOMPARE(log.count("pausing new connections"), 1);
+    const QRegularExpression attempts("accepting again after (\\d+) failed attempts");
+    const int failed = attempts.match(QString::fromUtf8(log)).captured(1).toInt();
+    QVERIFY2(failed >= 1 && failed <= 100, qPrintable(QString::number(failed)));
+    QCOMPARE(kept.reply("GET", "/webapi/info", m_a->terminalHeaders()).status, 200);
+    QCOMPARE(HttpConnection(host.port()).reply("GET", "/webapi/info", m_a->terminalHeaders()).status, 200);
+    QCOMPARE(host.process().state(), QProcess::Running);
 }
 
 void TestHost::webhookGetsRecordCreated()

@@ -8,6 +8,7 @@
 #include <QJsonObject>
 #include <QProcessEnvironment>
 #include <QRegularExpression>
+#include <QSslSocket>
 
 #include <signal.h>
 
@@ -30,7 +31,7 @@ QString HostProcess::binary()
     return QStringLiteral(WEBAPI_BIN_DIR "/webapi-host");
 }
 
-bool HostProcess::start(const QString &infoDb, const QMap<QString, QString> &settings)
+bool HostProcess::launch(const QString &infoDb, const QMap<QString, QString> &settings)
 {
     QMap<QString, QString> all{{QStringLiteral("WEBAPI_LISTEN_ADDRESS"), QStringLiteral("127.0.0.1")},
                                {QStringLiteral("WEBAPI_LISTEN_PORT"), QStringLiteral("0")},
@@ -46,7 +47,12 @@ bool HostProcess::start(const QString &infoDb, const QMap<QString, QString> &set
         env.insert(it.key(), it.value());
     m_process.setProcessEnvironment(env);
     m_process.start(binary(), QStringList());
-    if (!m_process.waitForStarted(10000) || !waitForLog("listening on http"))
+    return m_process.waitForStarted(10000);
+}
+
+bool HostProcess::waitUntilListening(int timeoutMs)
+{
+    if (!waitForLog("listening on http", timeoutMs))
         return false;
     const QRegularExpression listening(QStringLiteral("listening on https?://[0-9.]+:(\\d+)"));
     m_port = quint16(listening.match(QString::fromUtf8(m_log)).captured(1).toUInt());
@@ -72,7 +78,12 @@ bool HostProcess::waitForLog(const QByteArray &text, int timeoutMs)
 
 void HostProcess::terminate()
 {
-    ::kill(pid_t(m_process.processId()), SIGTERM);
+    signal(SIGTERM);
+}
+
+void HostProcess::signal(int number)
+{
+    ::kill(pid_t(m_process.processId()), number);
 }
 
 int HostProcess::waitForExit(int timeoutMs)
@@ -83,13 +94,25 @@ int HostProcess::waitForExit(int timeoutMs)
     return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
 }
 
-HttpConnection::HttpConnection(quint16 port, const QHostAddress &from)
-    : m_socket(new QTcpSocket)
+HttpConnection::HttpConnection(quint16 port, const QHostAddress &from, bool tls)
+    : m_socket(tls ? new QSslSocket : new QTcpSocket)
 {
     if (!from.isNull())
         m_socket->bind(from);
-    m_socket->connectToHost(QStringLiteral("127.0.0.1"), port);
-    m_socket->waitForConnected(5000);
+    if (auto *ssl = qobject_cast<QSslSocket *>(m_socket.data())) {
+        ssl->setPeerVerifyMode(QSslSocket::VerifyNone);
+        ssl->connectToHostEncrypted(QStringLiteral("127.0.0.1"), port);
+        ssl->waitForEncrypted(5000);
+    } else {
+        m_socket->connectToHost(QStringLiteral("127.0.0.1"), port);
+        m_socket->waitForConnected(5000);
+    }
+}
+
+QSslCertificate HttpConnection::peerCertificate() const
+{
+    const auto *ssl = qobject_cast<const QSslSocket *>(m_socket.data());
+    return ssl ? ssl->peerCertificate() : QSslCertificate();
 }
 
 bool HttpConnection::isConnected() const

@@ -7,6 +7,7 @@
 #include <QMap>
 #include <QProcess>
 #include <QScopedPointer>
+#include <QSslCertificate>
 #include <QStringList>
 #include <QTcpSocket>
 #include <QTemporaryFile>
@@ -22,11 +23,17 @@ public:
 
     // Starts with the given settings as environment variables (e.g. WEBAPI_LIMITS_BODY) on top
     // of the private server's InfoDB; true once it listens.
-    bool start(const QString &infoDb, const QMap<QString, QString> &settings = {});
+    bool start(const QString &infoDb, const QMap<QString, QString> &settings = {})
+    {
+        return launch(infoDb, settings) && waitUntilListening();
+    }
+    bool launch(const QString &infoDb, const QMap<QString, QString> &settings = {});
+    bool waitUntilListening(int timeoutMs = 10000);
     quint16 port() const { return m_port; }
     QByteArray log();  // everything the host wrote to stderr so far
     bool waitForLog(const QByteArray &text, int timeoutMs = 10000);
     void terminate();  // SIGTERM
+    void signal(int number);
     // The exit code once it ended (-1 for a crash), or -2 when it still runs.
     int waitForExit(int timeoutMs = 10000);
     QProcess &process() { return m_process; }
@@ -47,9 +54,10 @@ class HttpConnection
 {
 public:
     // `from`: the local address to connect from (any 127.x.y.z works on loopback), so tests
-    // can play several clients.
-    explicit HttpConnection(quint16 port, const QHostAddress &from = QHostAddress());
+    // can play several clients. `tls`: HTTPS, any certificate taken.
+    explicit HttpConnection(quint16 port, const QHostAddress &from = QHostAddress(), bool tls = false);
     bool isConnected() const;
+    QSslCertificate peerCertificate() const;
 
     bool send(const QByteArray &raw);
     // One whole response (head and Content-Length body); empty when none came in time.
