@@ -38,6 +38,7 @@ const KeyInfo kKeys[] = {
     {"zmtdb/name", "", "master database name; empty: none"},
     {"zmtdb/user", "", "master database user (default: the InfoDB's)"},
     {"zmtdb/password", "", "master database password (default: the InfoDB's)"},
+    {"metrics/listen", "on", "GET /metrics: on (beside the API), off, or ADDRESS:PORT to serve it there alone"},
     {"log/format", "text", "text: access lines as text; json: every line one JSON object"},
     {"debug/level", "0", "0 to 3: trace lines of the plug-in and the connection manager"},
     {"limits/body", "16777216", "largest request body in bytes; larger ones get 413"},
@@ -134,6 +135,15 @@ bool HostConfig::load(EnviroSettings &settings, HostConfig *config, QString *err
         c.zmtDb.password = text(settings, "zmtdb/password");
     }
 
+    c.metricsListen = text(settings, "metrics/listen");
+    if (c.metricsListen != QLatin1String("on") && c.metricsListen != QLatin1String("off")) {
+        const int colon = c.metricsListen.lastIndexOf(QLatin1Char(':'));
+        const uint port = c.metricsListen.mid(colon + 1).toUInt();
+        if (colon < 1 || QHostAddress(c.metricsListen.left(colon)).isNull() || port == 0 || port > 65535) {
+            *error = QStringLiteral("setting metrics/listen must be on, off or ADDRESS:PORT, not '%1'").arg(c.metricsListen);
+            return false;
+        }
+    }
     const QString logFormat = text(settings, "log/format");
     if (logFormat != QLatin1String("text") && logFormat != QLatin1String("json")) {
         *error = QStringLiteral("setting log/format must be text or json, not '%1'").arg(logFormat);

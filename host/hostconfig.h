@@ -30,6 +30,7 @@ struct HostConfig
     QString plugin;
     DbConfig infoDb;
     DbConfig zmtDb;          // master database; name empty: none
+    QString metricsListen;   // "on": beside the API; "off"; or "address:port" of its own
     LogFormat logFormat = LogFormat::Text;
     quint8 debugLevel = 0;
     qint64 bodyLimit = 0;    // bytes

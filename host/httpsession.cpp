@@ -161,6 +161,8 @@ void HttpSession<Stream>::handleRequest()
         return dispatchToPlugin(request);
     if (request.method() == http::verb::get && m_path == "/healthz")
         return probeHealth(keepAlive);
+    if (request.method() == http::verb::get && m_path == "/metrics" && m_server.metricsBesideApi())
+        return answer(QByteArray::fromStdString(m_server.metricsPage(keepAlive)), keepAlive);
     if (request.method() == http::verb::get && m_path == "/docs")
         return answer(QByteArray::fromStdString(ServerResponses::page("text/html; charset=utf-8", ApiReference::page(), keepAlive)), keepAlive);
     answer(QByteArray::fromStdString(ServerResponses::notFound(keepAlive)), keepAlive);
@@ -323,8 +325,10 @@ template <class Stream>
 void HttpSession<Stream>::logAccess(std::size_t bytes) const
 {
     const double seconds = m_clock.isValid() ? double(m_clock.nsecsElapsed()) / 1e9 : 0.0;
+    const int status = AccessLog::statusOf(m_out);
     AccessLog::write({m_client, m_method, m_path, m_requestId.empty() ? AccessLog::newRequestId() : m_requestId,
-                      AccessLog::statusOf(m_out), bytes, seconds});
+                      status, bytes, seconds});
+    m_server.metrics().record(m_method, m_path, status, seconds, m_out);
 }
 
 template class HttpSession<PlainStream>;

@@ -128,6 +128,12 @@ void WorkerPool::probeInfoDb(std::function<void(bool)> done)
                               Qt::QueuedConnection);
 }
 
+int WorkerPool::queued()
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return int(m_queue.size());
+}
+
 QString WorkerPool::customerToken(const QStringList &headerLines)
 {
     QString token;

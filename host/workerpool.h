@@ -36,6 +36,7 @@ public:
     void stop();
 
     int size() const { return int(m_contexts.size()); }
+    int queued();  // jobs waiting for a free worker
     // Queues `job` for the first free worker; false, and `job` dropped, when the queue is
     // full or closed. A job may be run long after this returns: it checks itself whether
     // its request is still wanted.

@@ -53,6 +53,8 @@ public:
     // Whether a token (or schema name) may stand inside the InfoDB statements: ASCII letters,
     // digits and "._-" only; empty passes. Anything else is an unknown token, before any SQL.
     static bool isValidToken(const QString &token);
+    // Connections registered for customers, on every thread (for the host's metrics).
+    static int customerConnectionCount();
 
     QSqlDatabase getDatabase(const QString &token);
     void addUnusedConnection(const QString &name);

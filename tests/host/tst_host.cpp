@@ -61,6 +61,9 @@ private slots:
     void accessLogHidesCredentials();
     void jsonAccessLog_data();
     void jsonAccessLog();
+    void metricsCount_data();
+    void metricsCount();
+    void metricsOnTheirOwnPort();
     void craftedTokens_data();
     void craftedTokens();
     void throttle_data();
@@ -97,7 +100,8 @@ private:
     Customer m_customerB{};
     HostProcess m_host;
     HostProcess m_tls;
-    HostProcess m_jsonLog;
+    HostProcess m_jsonLog;  // JSON access lines, metrics on a port of their own
+    quint16 m_metricsPort = 0;
 };
 
 QByteArray TestHost::curl(const QStringList &args)
@@ -140,7 +144,13 @@ void TestHost::initTestCase()
                                               {"WEBAPI_LIMITS_TIMEOUT", "2"}}),
              m_tls.log().constData());
     QVERIFY(m_tls.log().contains("listening on https://127.0.0.1:"));
-    QVERIFY2(m_jsonLog.start(m_a->info().name(), {{"WEBAPI_LOG_FORMAT", "json"}}), m_jsonLog.log().constData());
+    QTcpServer probe;  // a free port for the metrics
+    QVERIFY(probe.listen(QHostAddress::LocalHost));
+    m_metricsPort = probe.serverPort();
+    probe.close();
+    QVERIFY2(m_jsonLog.start(m_a->info().name(), {{"WEBAPI_LOG_FORMAT", "json"},
+                                                  {"WEBAPI_METRICS_LISTEN", QString("127.0.0.1:%1").arg(m_metricsPort)}}),
+             m_jsonLog.log().constData());
 }
 
 void TestHost::startFailures_data()
@@ -412,6 +422,64 @@ void TestHost::jsonAccessLog()
     const QString loggedId = line.value("request_id").toString();
     QVERIFY(!loggedId.isEmpty());
     QCOMPARE(loggedId == requestId, echoed);
+}
+
+namespace {
+
+// The value of one series ("name{labels}") in a metrics page; 0 when it is not there yet.
+double metric(const QByteArray &page, const QByteArray &series)
+{
+    for (const QByteArray &line : page.split('\n')) {
+        if (line.startsWith(series + ' '))
+            return line.mid(series.size() + 1).toDouble();
+    }
+    return 0;
+}
+
+} // namespace
+
+void TestHost::metricsCount_data()
+{
+    QTest::addColumn<QByteArray>("path");
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QByteArray>("series");  // each must move by one
+    const QByteArray person = "/webapi/person/" + m_customerA.person.toUtf8();
+    QTest::newRow("route with identifier") << person << ApiFixture::kKey
+                                           << QByteArray("webapi_requests_total{route=\"/webapi/person/{id}\",method=\"GET\",status=\"200\"}");
+    QTest::newRow("duration by route") << person << ApiFixture::kKey
+                                       << QByteArray("webapi_request_duration_seconds_count{route=\"/webapi/person/{id}\"}");
+    QTest::newRow("refused key") << person << "guessed-key-in-metrics" << QByteArray("webapi_failed_authentications_total");
+    QTest::newRow("unknown path") << QByteArray("/webapi/person/" + m_a->token().toUtf8() + "/x") << ApiFixture::kKey
+                                  << QByteArray("webapi_requests_total{route=\"other\",method=\"GET\",status=\"400\"}");
+}
+
+void TestHost::metricsCount()
+{
+    QFETCH(QByteArray, path);
+    QFETCH(QString, key);
+    QFETCH(QByteArray, series);
+    // A client of its own: the refused key must not throttle the other cases.
+    HttpConnection connection(m_host.port(), QHostAddress("127.0.0.21"));
+    const double before = metric(connection.reply("GET", "/metrics").body, series);
+    const QStringList headers{"Pragma: " + m_a->token(), "Authorization: Bearer " + key, "X-ZMT-TID: " + m_customerA.tid};
+    connection.reply("GET", path, headers);
+    const HttpReply page = connection.reply("GET", "/metrics");
+    QCOMPARE(page.header("Content-Type"), QByteArray("text/plain; version=0.0.4; charset=utf-8"));
+    QCOMPARE(metric(page.body, series), before + 1);
+    for (const QString &secret : {m_a->token(), ApiFixture::kKey, key, m_customerA.person, m_customerA.tid})
+        QVERIFY2(!page.body.contains(secret.toUtf8()), qPrintable(secret));
+}
+
+void TestHost::metricsOnTheirOwnPort()
+{
+    QCOMPARE(HttpConnection(m_jsonLog.port()).reply("GET", "/metrics").status, 404);
+    const HttpReply page = HttpConnection(m_metricsPort).reply("GET", "/metrics");
+    QCOMPARE(page.status, 200);
+    for (const char *family : {"webapi_requests_total counter", "webapi_request_duration_seconds histogram",
+                               "webapi_database_errors_total counter", "webapi_throttled_requests_total counter",
+                               "webapi_queue_depth gauge", "webapi_open_connections gauge", "webapi_customer_connections gauge"})
+        QVERIFY2(page.body.contains("# TYPE " + QByteArray(family) + '\n'), family);
+    QCOMPARE(HttpConnection(m_metricsPort).reply("GET", "/webapi/info", m_a->terminalHeaders()).status, 404);
 }
 
 void TestHost::craftedTokens_data()

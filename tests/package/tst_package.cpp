@@ -1,6 +1,10 @@
 // The Debian package as cpack makes it from this build, unpacked into a scratch root: the
-// host runs from there with the library and the plug-in that came with it, and what the
-// unit, the example settings and webapi-add-customer name is in the package.
+// host runs from there with the library and the plug-in that came with it and answers
+// requests, and what the unit, the example settings and webapi-add-customer name is in the
+// package.
+#include "support/apifixture.h"
+#include "support/hostprocess.h"
+
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -9,11 +13,9 @@
 namespace {
 
 // Runs a program to its end; its exit code, or -1 when it did not end normally.
-int run(const QString &program, const QStringList &args, QByteArray *out = nullptr,
-        const QProcessEnvironment &env = QProcessEnvironment::systemEnvironment())
+int run(const QString &program, const QStringList &args, QByteArray *out = nullptr)
 {
     QProcess process;
-    process.setProcessEnvironment(env);
     process.setProcessChannelMode(QProcess::MergedChannels);
     process.start(program, args);
     if (!process.waitForFinished(120000) || process.exitStatus() != QProcess::NormalExit)
@@ -57,17 +59,18 @@ void TestPackage::initTestCase()
 
 void TestPackage::hostRunsFromTheTree()
 {
-    // Nothing of the build tree on the way: no library path, another working directory.
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.remove("LD_LIBRARY_PATH");
-    env.insert("WEBAPI_INFODB_HOST", "127.0.0.1");
-    env.insert("WEBAPI_INFODB_PORT", "1");
-    QByteArray out;
-    QCOMPARE(run(root("/usr/bin/webapi-host"), {"--help"}, &out, env), 0);
-    QVERIFY2(out.contains("[" + root("/usr/lib/webapi/plugins/libwebapi.so").toUtf8() + "]"), out.constData());
-    // The plug-in loads before the InfoDB is asked: reaching that step proves it loaded.
-    QCOMPARE(run(root("/usr/bin/webapi-host"), {}, &out, env), 2);
-    QVERIFY2(out.contains("cannot reach the InfoDB"), out.constData());
+    QByteArray help;
+    QCOMPARE(run(root("/usr/bin/webapi-host"), {"--help"}, &help), 0);
+    QVERIFY2(help.contains("[" + root("/usr/lib/webapi/plugins/libwebapi.so").toUtf8() + "]"), help.constData());
+    ApiFixture fx("package");
+    QVERIFY2(fx.setUp(), qPrintable(fx.error()));
+    HostProcess host;
+    host.setBinary(root("/usr/bin/webapi-host"));
+    // Nothing of the build tree on the way.
+    qunsetenv("LD_LIBRARY_PATH");
+    QVERIFY2(host.start(fx.info().name()), host.log().constData());
+    QVERIFY2(host.log().contains("plug-in " + root("/usr/lib/webapi/plugins/libwebapi.so").toUtf8()), host.log().constData());
+    QCOMPARE(HttpConnection(host.port()).reply("GET", "/webapi/info", fx.terminalHeaders()).status, 200);
 }
 
 void TestPackage::namedFilesArePackaged_data()
