@@ -227,6 +227,7 @@ QString HostConfig::helpText(const EnviroSettings &settings)
     }
     help += QStringLiteral(
         "\n"
+        "GET /docs is the API reference; GET /metrics the Prometheus metrics (metrics/listen).\n"
         "GET /healthz answers 200 while the InfoDB answers. SIGINT or SIGTERM stop the host:\n"
         "requests running are answered, those waiting get 503. SIGHUP reloads the TLS\n"
         "certificate and key. An InfoDB that does not answer at start is retried. Exit status\n"
