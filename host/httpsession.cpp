@@ -164,7 +164,9 @@ void HttpSession<Stream>::handleRequest()
     if (request.method() == http::verb::get && m_path == "/metrics" && m_server.metricsBesideApi())
         return answer(QByteArray::fromStdString(m_server.metricsPage(keepAlive)), keepAlive);
     if (request.method() == http::verb::get && m_path == "/docs")
-        return answer(QByteArray::fromStdString(ServerResponses::page("text/html; charset=utf-8", ApiReference::page(), keepAlive)), keepAlive);
+        return answer(QByteArray::fromStdString(ServerResponses::page("text/html; charset=utf-8", ApiReference::page(),
+                                                                      keepAlive)),
+                      keepAlive);
     answer(QByteArray::fromStdString(ServerResponses::notFound(keepAlive)), keepAlive);
 }
 
