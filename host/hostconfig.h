@@ -1,6 +1,8 @@
 #ifndef HOSTCONFIG_H
 #define HOSTCONFIG_H
 
+#include "settings/connectionsettings.h"
+
 #include <QString>
 
 class EnviroSettings;
@@ -36,6 +38,7 @@ struct HostConfig
     QString tlsCertificate;  // PEM files; both empty: plain HTTP
     QString tlsKey;
     QString webhookUrl;
+    ConnectionSettings connections;  // timeouts and bounds of every database connection
 
     // Reads every key; false with a one-line reason in `error` on a value that is unusable.
     static bool load(EnviroSettings &settings, HostConfig *config, QString *error);

@@ -4,8 +4,10 @@
 #include "plugin/httppluginworker.h"
 #include "licence/licence.h"
 #include "worker/requestheader.h"
+#include "worker/workerconnections.h"
 
 #include <QSharedPointer>
+#include <QTimer>
 #include <QVariant>
 
 #include <functional>
@@ -39,6 +41,9 @@ public:
     void selectContext(const QString &method, const QString &firstWord);
     static QStringList urlPathWords(const QUrl &url);
     bool initDatabase();
+    // The licence rows, which are also the first statement of every request: on a reused
+    // connection whose server is gone, the connection is opened again once and they are reread.
+    bool loadLicence();
     bool isValidPath(const QString &method, const QStringList &words) const;
     void routeInTerminalContext(const QString &method, const QStringList &words, const QByteArray &body);
     void routeInAdminContext(const QString &method, const QUrl &url, const QByteArray &body);
@@ -159,6 +164,14 @@ protected:
     RequestHeader m_header;
     QSharedPointer<Response> m_response;
     Licence m_licence;  // the licence rows of the current request
+
+private:
+    ConnectionSettings connectionSettings() const;
+    void closeIdleConnections();
+
+    WorkerConnections m_connections;
+    bool m_reusedConnection = false;  // m_db was open before this request
+    QTimer m_idleTimer;               // closes idle connections while no request comes
 };
 
 #endif
