@@ -12,6 +12,7 @@
 
 #include <functional>
 
+class JsonWriter;
 class QSqlQuery;
 class QSqlRecord;
 class Response;
@@ -141,11 +142,12 @@ protected:
     // The person test: `text` decodes into `uid` and `pid` of an active person.
     bool checkPersonId(const QString &text, uint &uid, uint &pid);
 
-    // The list pattern of the read operations: each row becomes a map by `rowMap`. With `single`
-    // the first row's map comes back alone; otherwise, and when `single` found no row, the list,
-    // with X-WEBAPI-COUNT.
-    using RowMap = QVariantMap (*)(const QSqlQuery &query, const QSqlRecord &columns);
-    QVariant collectRows(QSqlQuery &query, bool single, RowMap rowMap);
+    // The list pattern of the read operations: each row written as an object by `writeRow`,
+    // which resolved its columns once for the statement. With `single` the first row's
+    // object is the body alone; otherwise, and when `single` found no row, the array, with
+    // X-WEBAPI-COUNT. Returns the written body (JsonText).
+    using RowWriter = std::function<void(JsonWriter &json, const QSqlQuery &query)>;
+    QVariant collectRows(QSqlQuery &query, bool single, const RowWriter &writeRow);
     // First column of a COUNT statement in `count`; false (and reported) when it failed.
     bool queryCount(const QString &sql, const char *failureLine, uint &count);
     // A write statement: true when it changed a row; false also when it failed (reported).

@@ -3,6 +3,7 @@
 #include "support/apifixture.h"
 
 #include "database/dbmanager.h"
+#include "response/jsonwriter.h"
 #include "response/response.h"
 #include "worker/webapiworker.h"
 
@@ -436,12 +437,14 @@ void TestTerminalContext::unroutedReads()
     QCOMPARE(m_fx->request(QStringLiteral("GET"), QStringLiteral("/webapi/info"), m_fx->terminalHeaders()).status, 200);
     WebApiWorker *worker = m_fx->worker();
 
-    const QVariantList inters = worker->dbGetInters4Terminal(2, 102).toList();
+    // The reads give written bodies.
+    const auto json = [](const QVariant &body) { return QJsonDocument::fromJson(body.value<JsonText>().bytes).toVariant(); };
+    const QVariantList inters = json(worker->dbGetInters4Terminal(2, 102)).toList();
     QCOMPARE(inters.size(), 2);
     QCOMPARE(inters.at(0).toMap().value("iid").toUInt(), 3u);  // lighter first
-    QCOMPARE(worker->dbGetInters4Terminal(2, 103).toList().size(), 0);
-    QCOMPARE(worker->dbGetPresent4Terminal(2, 0).toList().size(), 2);  // the inactive person is left out
-    const QVariantMap one = worker->dbGetPresent4Terminal(2, 1).toMap();
+    QCOMPARE(json(worker->dbGetInters4Terminal(2, 103)).toList().size(), 0);
+    QCOMPARE(json(worker->dbGetPresent4Terminal(2, 0)).toList().size(), 2);  // the inactive person is left out
+    const QVariantMap one = json(worker->dbGetPresent4Terminal(2, 1)).toMap();
     QCOMPARE(one.value("uid").toString(), kUid1);
     QVERIFY(one.value("present").toBool() && !one.contains("date"));
     QVERIFY(worker->dbGetSaldo(2, 0));
