@@ -67,16 +67,40 @@ QString defaultText(const KeyInfo &info)
     return info.defaultText ? QString::fromUtf8(info.defaultText) : defaultPlugin();
 }
 
+// The database connections' bounds, in seconds; their defaults are those of ConnectionSettings.
+struct BoundKey
+{
+    const char *key;
+    int ConnectionSettings::*field;
+    int min;
+    const char *meaning;
+};
+
+const BoundKey kBounds[] = {
+    {"sql/timeout/connect", &ConnectionSettings::connectTimeout, 1, "seconds to log in to the database server"},
+    {"sql/timeout/read", &ConnectionSettings::readTimeout, 1, "seconds to wait for the server's answer to a statement"},
+    {"sql/timeout/write", &ConnectionSettings::writeTimeout, 1, "seconds to send a statement to the server"},
+    {"sql/timeout/lock", &ConnectionSettings::lockWait, 1, "seconds a statement waits for a row or table lock"},
+    {"sql/timeout/statement", &ConnectionSettings::statementTime, 0, "seconds a statement may run (0: no limit)"},
+    {"sql/idle", &ConnectionSettings::idleClose, 1, "seconds a customer connection may stay unused before it is closed"},
+    {"infodb/unknowntokens", &ConnectionSettings::unknownTokenCache, 0,
+     "seconds an unknown customer token is answered without asking the InfoDB again (0: always ask)"},
+};
+
+QString text(EnviroSettings &settings, const char *key, const QString &defaultText)
+{
+    return settings.value(QLatin1String(key), defaultText).toString().trimmed();
+}
+
 QString text(EnviroSettings &settings, const char *key)
 {
     const auto found = std::find_if(std::begin(kKeys), std::end(kKeys),
                                     [key](const KeyInfo &info) { return qstrcmp(info.key, key) == 0; });
-    return settings.value(QLatin1String(key), defaultText(*found)).toString().trimmed();
+    return text(settings, key, defaultText(*found));
 }
 
-bool number(EnviroSettings &settings, const char *key, qint64 min, qint64 max, qint64 *out, QString *error)
+bool number(const QString &value, const char *key, qint64 min, qint64 max, qint64 *out, QString *error)
 {
-    const QString value = text(settings, key);
     bool ok = false;
     const qint64 n = value.toLongLong(&ok);
     if (!ok || n < min || n > max) {
@@ -85,6 +109,11 @@ bool number(EnviroSettings &settings, const char *key, qint64 min, qint64 max, q
     }
     *out = n;
     return true;
+}
+
+bool number(EnviroSettings &settings, const char *key, qint64 min, qint64 max, qint64 *out, QString *error)
+{
+    return number(text(settings, key), key, min, max, out, error);
 }
 
 } // namespace
@@ -199,6 +228,12 @@ bool HostConfig::load(EnviroSettings &settings, HostConfig *config, QString *err
                                 "listen on loopback behind a TLS proxy, or set listen/insecure=true").arg(c.address);
         return false;
     }
+    for (const BoundKey &bound : kBounds) {
+        const QString fallback = QString::number(ConnectionSettings().*bound.field);
+        if (!number(text(settings, bound.key, fallback), bound.key, bound.min, 86400, &n, error))
+            return false;
+        c.connections.*bound.field = int(n);
+    }
     c.webhookUrl = text(settings, "webhook/url");
     if (!c.webhookUrl.isEmpty() && !QUrl(c.webhookUrl, QUrl::StrictMode).isValid()) {
         *error = QStringLiteral("setting webhook/url is not a valid URL: '%1'").arg(c.webhookUrl);
@@ -218,13 +253,17 @@ QString HostConfig::helpText(const EnviroSettings &settings)
         "prefix webapi, '/' turned into '_', in capitals (listen/port: WEBAPI_LISTEN_PORT).\n"
         "\n"
         "Keys:\n");
-    for (const KeyInfo &info : kKeys) {
-        const QString key = QString::fromLatin1(info.key);
-        QString line = QStringLiteral("  %1 %2 %3").arg(key, -16).arg(settings.environmentKey(key), -24).arg(QString::fromUtf8(info.meaning));
-        if (!defaultText(info).isEmpty())
-            line += QStringLiteral(" [%1]").arg(defaultText(info));
+    const auto addLine = [&](const char *keyText, const QString &meaning, const QString &fallback) {
+        const QString key = QString::fromLatin1(keyText);
+        QString line = QStringLiteral("  %1 %2 %3").arg(key, -16).arg(settings.environmentKey(key), -24).arg(meaning);
+        if (!fallback.isEmpty())
+            line += QStringLiteral(" [%1]").arg(fallback);
         help += line + QLatin1Char('\n');
-    }
+    };
+    for (const KeyInfo &info : kKeys)
+        addLine(info.key, QString::fromUtf8(info.meaning), defaultText(info));
+    for (const BoundKey &bound : kBounds)
+        addLine(bound.key, QString::fromUtf8(bound.meaning), QString::number(ConnectionSettings().*bound.field));
     help += QStringLiteral(
         "\n"
         "GET /docs is the API reference; GET /metrics the Prometheus metrics (metrics/listen).\n"

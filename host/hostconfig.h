@@ -2,6 +2,7 @@
 #define HOSTCONFIG_H
 
 #include "hostlog.h"
+#include "settings/connectionsettings.h"
 
 #include <QString>
 #include <QStringList>
@@ -44,6 +45,7 @@ struct HostConfig
     QString tlsCertificate;  // PEM files; both empty: plain HTTP
     QString tlsKey;
     QString webhookUrl;
+    ConnectionSettings connections;  // timeouts and bounds of every database connection
 
     // Reads every key; false with a one-line reason in `error` on a value that is unusable.
     static bool load(EnviroSettings &settings, HostConfig *config, QString *error);

@@ -47,7 +47,7 @@ int fail(const QString &line)
     return 2;
 }
 
-QSqlDatabase addDatabase(const QString &connection, const DbConfig &config)
+QSqlDatabase addDatabase(const QString &connection, const DbConfig &config, const ConnectionSettings &bounds)
 {
     QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QMYSQL"), connection);
     db.setHostName(config.host);
@@ -55,7 +55,7 @@ QSqlDatabase addDatabase(const QString &connection, const DbConfig &config)
     db.setDatabaseName(config.name);
     db.setUserName(config.user);
     db.setPassword(config.password);
-    db.setConnectOptions(QStringLiteral("MYSQL_OPT_RECONNECT=1"));
+    db.setConnectOptions(bounds.connectOptions(QStringLiteral("MYSQL_OPT_RECONNECT=1")));
     return db;
 }
 
@@ -131,14 +131,15 @@ int serve(QCoreApplication &app, const HostConfig &config)
     if (!plugin)
         return fail(error);
 
-    QSqlDatabase infoDb = addDatabase(QLatin1String(kInfoConnection), config.infoDb);
+    QSqlDatabase infoDb = addDatabase(QLatin1String(kInfoConnection), config.infoDb, config.connections);
     if (!openInfoDb(infoDb, config.infoDb, &error))
         return fail(error);
     DBManager manager;
     manager.setDebugLevel(config.debugLevel);
+    manager.setConnectionSettings(config.connections);
     manager.setInfoDB(infoDb);
     if (!config.zmtDb.name.isEmpty())
-        manager.setZmtDB(addDatabase(QLatin1String(kZmtConnection), config.zmtDb));
+        manager.setZmtDB(addDatabase(QLatin1String(kZmtConnection), config.zmtDb, config.connections));
     // Workers queue their connection after every request; nobody here sweeps that list.
     manager.setUnusedConnectionsEnabled(false);
 

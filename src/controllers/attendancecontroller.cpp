@@ -1,17 +1,19 @@
 #include "controllers/attendancecontroller.h"
 
 #include "controllers/controllerhelpers.h"
+#include "response/jsonwriter.h"
 #include "response/response.h"
 
 #include <QSqlQuery>
+#include <QSqlRecord>
 
 namespace {
 
-// Overtime of a row: the difference to plan when positive.
-void addExtra(QVariantMap &row)
+// Overtime of a row: the difference to plan (seconds in the row) in hours when positive.
+void writeExtra(JsonWriter &json, const QVariant &diff)
 {
-    const double diff = row.value(QStringLiteral("diff")).toDouble();
-    row.insert(QStringLiteral("extra"), diff > 0 ? diff : 0.0);
+    const double hours = secondsToHours(diff.toLongLong());
+    json.number(hours > 0 ? hours : 0.0);
 }
 
 } // namespace
@@ -71,18 +73,26 @@ void AttendanceController::collectDayData(AdminRequestContext &ctx, const QStrin
         QStringLiteral("paid"), QStringLiteral("cancelled"), QStringLiteral("bonus"),
         QStringLiteral("fond"), QStringLiteral("readinessBegin"), QStringLiteral("readinessEnd"),
         QStringLiteral("readinessWorked")};
-    QVariantList list;
+    const QSqlRecord record = query.record();
+    const RowLayout layout(record, durationColumns, {QStringLiteral("shift"), QStringLiteral("extra")});
+    const int shiftNo = record.indexOf(QStringLiteral("shiftNo"));
+    const int isPlan = record.indexOf(QStringLiteral("isPlan"));
+    const int fond = record.indexOf(QStringLiteral("fond"));
+    const int isFreeDay = record.indexOf(QStringLiteral("isFreeDay"));
+    const int diff = record.indexOf(QStringLiteral("diff"));
+    JsonWriter json(ctx.header.prettyJson);
+    json.beginArray();
     while (query.next()) {
-        QVariantMap row = recordToMap(query, durationColumns);
-        row.insert(QStringLiteral("shift"),
-                   formatShift(quint8(row.value(QStringLiteral("shiftNo")).toUInt()),
-                               row.value(QStringLiteral("isPlan")).toBool(),
-                               row.value(QStringLiteral("fond")).toBool(),
-                               row.value(QStringLiteral("isFreeDay")).toBool()));
-        addExtra(row);
-        list.append(row);
+        layout.writeRow(json, query, [&](JsonWriter &out, int computed) {
+            if (computed == 0)
+                out.string(formatShift(quint8(query.value(shiftNo).toUInt()), query.value(isPlan).toBool(),
+                                       query.value(fond).toLongLong() != 0, query.value(isFreeDay).toBool()));
+            else
+                writeExtra(out, query.value(diff));
+        });
     }
-    ctx.response->setData(list);
+    json.endArray();
+    ctx.response->setData(json.takeBody());
 }
 
 void AttendanceController::collectMonthData(AdminRequestContext &ctx, const QString &filter)
@@ -126,11 +136,13 @@ void AttendanceController::collectMonthData(AdminRequestContext &ctx, const QStr
         QStringLiteral("holidayFond"), QStringLiteral("holidaysWorked"), QStringLiteral("workTimeAccount"),
         QStringLiteral("workTimeAccountPlus"), QStringLiteral("workTimeAccountMinus"),
         QStringLiteral("workTimeAccountTotal"), QStringLiteral("readiness"), QStringLiteral("readinessWorked")};
-    QVariantList list;
-    while (query.next()) {
-        QVariantMap row = recordToMap(query, durationColumns);
-        addExtra(row);
-        list.append(row);
-    }
-    ctx.response->setData(list);
+    const QSqlRecord record = query.record();
+    const RowLayout layout(record, durationColumns, {QStringLiteral("extra")});
+    const int diff = record.indexOf(QStringLiteral("diff"));
+    JsonWriter json(ctx.header.prettyJson);
+    json.beginArray();
+    while (query.next())
+        layout.writeRow(json, query, [&](JsonWriter &out, int) { writeExtra(out, query.value(diff)); });
+    json.endArray();
+    ctx.response->setData(json.takeBody());
 }

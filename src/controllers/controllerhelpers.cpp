@@ -1,8 +1,9 @@
 #include "controllers/controllerhelpers.h"
 
+#include "response/jsonwriter.h"
+
 #include <QCoreApplication>
 #include <QDateTime>
-#include <QSqlField>
 #include <QSqlQuery>
 #include <QSqlRecord>
 
@@ -38,9 +39,9 @@ QDate parsePeriodFilter(const QString &filter, bool monthly, const QDate &today)
     return date;
 }
 
-QVariant secondsToHours(qint64 seconds)
+double secondsToHours(qint64 seconds)
 {
-    return QVariant(double(seconds) / 3600.0);
+    return double(seconds) / 3600.0;
 }
 
 QString formatShift(quint8 shiftNo, bool isPlan, bool hasFond, bool isFreeDay)
@@ -62,23 +63,35 @@ QVariant storedValue(const QVariant &value)
     return value.isNull() ? QVariant() : value;
 }
 
-QVariantMap recordToMap(const QSqlQuery &query, const QSet<QString> &durationColumns)
+RowLayout::RowLayout(const QSqlRecord &record, const QSet<QString> &durationColumns, const QStringList &computed)
 {
-    QVariantMap map;
-    if (!query.isValid() || !query.isActive() || !query.isSelect())
-        return map;
-    const QSqlRecord record = query.record();
+    // A map as the rows once were: keys in order, and a later column or a computed key wins.
+    QMap<QString, Key> keys;
     for (int i = 0; i < record.count(); ++i) {
-        const QSqlField field = record.field(i);
-        const QString name = field.name();
-        if (durationColumns.contains(name))
-            map.insert(name, secondsToHours(field.value().toLongLong()));
-        else if (name.startsWith(QLatin1String("is")))
-            map.insert(name, field.value().toBool());
-        else
-            map.insert(name, storedValue(field.value()));
+        const QString name = record.fieldName(i);
+        const Kind kind = durationColumns.contains(name) ? Hours
+            : name.startsWith(QLatin1String("is"))      ? Flag
+                                                        : Stored;
+        keys.insert(name, {name, kind, i});
     }
-    return map;
+    for (int i = 0; i < computed.size(); ++i)
+        keys.insert(computed.at(i), {computed.at(i), Computed, i});
+    m_keys = keys.values().toVector();
+}
+
+void RowLayout::writeRow(JsonWriter &json, const QSqlQuery &query, const ComputedWriter &writeComputed) const
+{
+    json.beginObject();
+    for (const Key &key : m_keys) {
+        json.key(key.name);
+        switch (key.kind) {
+        case Hours: json.number(secondsToHours(query.value(key.index).toLongLong())); break;
+        case Flag: json.boolean(query.value(key.index).toBool()); break;
+        case Stored: json.stored(query.value(key.index)); break;
+        case Computed: writeComputed(json, key.index); break;
+        }
+    }
+    json.endObject();
 }
 
 qint64 localMidnight(const QDate &date)

@@ -8,8 +8,13 @@
 #include <QSet>
 #include <QString>
 #include <QVariant>
+#include <QVector>
 
+#include <functional>
+
+class JsonWriter;
 class QSqlQuery;
+class QSqlRecord;
 
 // Formats of a literal period word.
 extern const QString kDayFormat;   // "yyyy-MM-dd"
@@ -24,14 +29,33 @@ QDate parsePeriodFilter(const QString &filter, bool monthly);
 // The same against a given today, so that month and year boundaries can be checked.
 QDate parsePeriodFilter(const QString &filter, bool monthly, const QDate &today);
 
-QVariant secondsToHours(qint64 seconds);
+double secondsToHours(qint64 seconds);
 
 // Label of a day's shift.
 QString formatShift(quint8 shiftNo, bool isPlan, bool hasFond, bool isFreeDay);
 
-// The current row as a map of column name to value: durations as hours, "is" columns as
-// bool, everything else as the driver gives it, with NULL as a JSON null.
-QVariantMap recordToMap(const QSqlQuery &query, const QSet<QString> &durationColumns);
+// The columns of a statement as the keys of one JSON object per row, sorted and resolved
+// once per statement: durations as hours, "is" columns as bool, everything else as the
+// driver gives it, with NULL as a JSON null. A key of `computed` is written by the caller
+// (`writeComputed` with its position in `computed`) and replaces a column of that name.
+class RowLayout
+{
+public:
+    using ComputedWriter = std::function<void(JsonWriter &json, int computed)>;
+
+    RowLayout(const QSqlRecord &record, const QSet<QString> &durationColumns, const QStringList &computed = {});
+    void writeRow(JsonWriter &json, const QSqlQuery &query, const ComputedWriter &writeComputed = nullptr) const;
+
+private:
+    enum Kind { Stored, Hours, Flag, Computed };
+    struct Key
+    {
+        QString name;
+        Kind kind;
+        int index;  // column, or position in `computed`
+    };
+    QVector<Key> m_keys;
+};
 
 // A driver value as it goes into JSON: NULL becomes null rather than a typed zero.
 QVariant storedValue(const QVariant &value);

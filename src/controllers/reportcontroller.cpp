@@ -1,6 +1,7 @@
 #include "controllers/reportcontroller.h"
 
 #include "controllers/controllerhelpers.h"
+#include "response/jsonwriter.h"
 #include "response/response.h"
 
 #include <QDateTime>
@@ -109,15 +110,16 @@ void ReportController::buildEmployeeDetailedData(AdminRequestContext &ctx, const
 
 void ReportController::buildPayload(AdminRequestContext &ctx, const QDate &from, const QDate &to, bool detailed)
 {
-    QVariantMap payload;
-    payload.insert(QStringLiteral("activeEmployees"), collectActiveEmployees(ctx.db, from, to, ctx.admin.aid));
-    payload.insert(QStringLiteral("dateFrom"), from);
-    payload.insert(QStringLiteral("dateTo"), to);
+    JsonWriter json(ctx.header.prettyJson);
+    json.beginObject();
+    json.key("activeEmployees").variant(collectActiveEmployees(ctx.db, from, to, ctx.admin.aid));
+    json.key("dateFrom").variant(from);
+    json.key("dateTo").variant(to);
     uint presentCount = 0;
-    payload.insert(QStringLiteral("employeeData"),
-                   collectEmployeeData(ctx.db, from, to, ctx.admin.aid, presentCount, detailed));
-    payload.insert(QStringLiteral("presentEmployees"), presentCount);
-    ctx.response->setData(payload);
+    writeEmployeeData(json.key("employeeData"), ctx.db, from, to, ctx.admin.aid, presentCount, detailed);
+    json.key("presentEmployees").number(presentCount);
+    json.endObject();
+    ctx.response->setData(json.takeBody());
 }
 
 QVariant ReportController::collectActiveEmployees(QSqlDatabase db, const QDate &from, const QDate &to, uint aid)
@@ -143,8 +145,8 @@ QVariant ReportController::collectActiveEmployees(QSqlDatabase db, const QDate &
     return count;
 }
 
-QVariant ReportController::collectEmployeeData(QSqlDatabase db, const QDate &from, const QDate &to, uint aid,
-                                               uint &presentCount, bool detailed)
+void ReportController::writeEmployeeData(JsonWriter &json, QSqlDatabase db, const QDate &from, const QDate &to,
+                                         uint aid, uint &presentCount, bool detailed)
 {
     if (m_debug)
         qDebug("EmployeeAttendanceBuilder::collectEmployeeData() '%s' .. '%s' aid: %u",
@@ -173,7 +175,8 @@ QVariant ReportController::collectEmployeeData(QSqlDatabase db, const QDate &fro
     if (!query.exec()) {
         // The report still answers, with no employee data.
         qWarning("AdminContextBuilder::collectEmployeeData() failed! Error: %s", qPrintable(query.lastError().text()));
-        return QVariant();
+        json.null();
+        return;
     }
     if (m_debug)
         qDebug("AdminContextBuilder::collectEmployeeData() SQL: %s", qPrintable(query.lastQuery()));
@@ -192,57 +195,78 @@ QVariant ReportController::collectEmployeeData(QSqlDatabase db, const QDate &fro
     const int cWork = record.indexOf(QStringLiteral("work"));
     const int cDiff = record.indexOf(QStringLiteral("diff"));
 
-    const QString keyPresent = QStringLiteral("present");
-    const QString keyIntervals = QStringLiteral("attendanceData");
-    QVariantList result;
-    QVariantList intervals;
-    QVariantMap person;
+    // What a person's row says of the person; the last row of a person wins.
+    struct PersonFields
+    {
+        bool present = false;
+        QVariant personId;
+        QVariant pamId;
+        QString name;
+        double extra = 0;
+    } last;
+    // The summary keys its reasons by their own shortcuts, which may take any name, even
+    // that of a field; a map keeps those collisions as they always were. The detail streams
+    // its intervals first ("attendanceData" sorts first) and the fields after them.
+    QVariantMap summary;
+    bool open = false;
     uint lastUid = 0;
     // People are told apart by a change of uid between neighbouring rows.
     auto flush = [&]() {
-        if (person.value(keyPresent).toBool())
-            ++presentCount;
         if (detailed) {
-            person.insert(keyIntervals, intervals);
-            intervals.clear();
+            json.endArray();
+            json.key("extra").number(last.extra);
+            json.key("name").string(last.name);
+            json.key("pamId").stored(last.pamId);
+            json.key("personId").stored(last.personId);
+            json.key("present").boolean(last.present);
+            json.endObject();
+            presentCount += last.present ? 1 : 0;
+        } else {
+            presentCount += summary.value(QStringLiteral("present")).toBool() ? 1 : 0;
+            json.variant(summary);
+            summary.clear();
         }
-        result.append(person);
-        person.clear();
+        open = false;
     };
+    json.beginArray();
     while (query.next()) {
         const uint uid = query.value(cUid).toUInt();
         if (lastUid != 0 && lastUid != uid)
             flush();
+        if (!open && detailed) {
+            json.beginObject();
+            json.key("attendanceData").beginArray();
+        }
+        open = true;
 
-        const bool present = query.value(cPresent).toBool();
-        // The summary keeps presence once seen; the detail takes the last row's.
-        if (detailed)
-            person.insert(keyPresent, present);
-        else if (present)
-            person.insert(keyPresent, true);
-        person.insert(QStringLiteral("personId"), storedValue(query.value(cPid)));
-        person.insert(QStringLiteral("pamId"), storedValue(query.value(cPamId)));
-        person.insert(QStringLiteral("name"), QStringLiteral("%1 %2").arg(query.value(cSurname).toString(),
-                                                                          query.value(cName).toString()));
+        last.present = query.value(cPresent).toBool();
+        last.personId = query.value(cPid);
+        last.pamId = query.value(cPamId);
+        last.name = QStringLiteral("%1 %2").arg(query.value(cSurname).toString(), query.value(cName).toString());
         const double diff = query.value(cDiff).toDouble();
-        person.insert(QStringLiteral("extra"), diff > 0 ? secondsToHours(qint64(diff)) : QVariant(0));
-
-        // Reasons that count as work are not listed.
-        if (!query.value(cWork).toBool()) {
-            if (detailed) {
-                QVariantMap interval;
-                interval.insert(QStringLiteral("shortcut"), storedValue(query.value(cShortcut)));
-                interval.insert(QStringLiteral("from"), intervalTime(query.value(cFrom).toUInt()));
-                interval.insert(QStringLiteral("to"), intervalTime(query.value(cTo).toUInt()));
-                interval.insert(QStringLiteral("duration"), secondsToHours(query.value(cDuration).toUInt()));
-                intervals.append(interval);
-            } else {
-                person.insert(query.value(cShortcut).toString(), secondsToHours(query.value(cDuration).toInt()));
-            }
+        last.extra = diff > 0 ? secondsToHours(qint64(diff)) : 0;
+        const bool listed = !query.value(cWork).toBool();  // reasons that count as work are not
+        if (detailed && listed) {
+            json.beginObject();
+            json.key("duration").number(secondsToHours(query.value(cDuration).toUInt()));
+            json.key("from").string(intervalTime(query.value(cFrom).toUInt()));
+            json.key("shortcut").stored(query.value(cShortcut));
+            json.key("to").string(intervalTime(query.value(cTo).toUInt()));
+            json.endObject();
+        } else if (!detailed) {
+            // The summary keeps presence once seen.
+            if (last.present)
+                summary.insert(QStringLiteral("present"), true);
+            summary.insert(QStringLiteral("personId"), storedValue(last.personId));
+            summary.insert(QStringLiteral("pamId"), storedValue(last.pamId));
+            summary.insert(QStringLiteral("name"), last.name);
+            summary.insert(QStringLiteral("extra"), last.extra);
+            if (listed)
+                summary.insert(query.value(cShortcut).toString(), secondsToHours(query.value(cDuration).toInt()));
         }
         lastUid = uid;
     }
-    if (!person.isEmpty())
+    if (open)
         flush();
-    return result;
+    json.endArray();
 }

@@ -6,6 +6,8 @@
 #include <QSqlDatabase>
 #include <QVariant>
 
+class JsonWriter;
+
 // report/daily, report/monthly and their -detailed forms: active and present counts of the
 // administrator's people and each person's absences and overtime for a day or a month,
 // folded from the attendance intervals.
@@ -26,10 +28,10 @@ public:
     void buildEmployeeDetailedData(AdminRequestContext &ctx, const QDate &from, const QDate &to);
 
     QVariant collectActiveEmployees(QSqlDatabase db, const QDate &from, const QDate &to, uint aid);
-    // The summary (`detailed` false) or the per-interval form; on a failed query an
-    // invalid QVariant, which the payload carries as null.
-    QVariant collectEmployeeData(QSqlDatabase db, const QDate &from, const QDate &to, uint aid, uint &presentCount,
-                                 bool detailed);
+    // The summary (`detailed` false) or the per-interval form as the next value of `json`;
+    // null on a failed query.
+    void writeEmployeeData(JsonWriter &json, QSqlDatabase db, const QDate &from, const QDate &to, uint aid,
+                           uint &presentCount, bool detailed);
 
 private:
     void buildPeriod(AdminRequestContext &ctx, const QString &filter, bool monthly, bool detailed);

@@ -1,9 +1,11 @@
 #include "controllers/workcontroller.h"
 
 #include "controllers/controllerhelpers.h"
+#include "response/jsonwriter.h"
 #include "response/response.h"
 
 #include <QSqlQuery>
+#include <QSqlRecord>
 
 WorkController::WorkController()
     : m_endpoint(QStringLiteral("work"))
@@ -68,8 +70,11 @@ void WorkController::processMonthlyData(AdminRequestContext &ctx, const QString 
 void WorkController::setRows(AdminRequestContext &ctx, QSqlQuery &query)
 {
     const QSet<QString> durationColumns = {QStringLiteral("worked")};
-    QVariantList list;
+    const RowLayout layout(query.record(), durationColumns);
+    JsonWriter json(ctx.header.prettyJson);
+    json.beginArray();
     while (query.next())
-        list.append(recordToMap(query, durationColumns));
-    ctx.response->setData(list);
+        layout.writeRow(json, query);
+    json.endArray();
+    ctx.response->setData(json.takeBody());
 }

@@ -9,6 +9,7 @@
 #include <QtDebug>
 
 #include <algorithm>
+#include <atomic>
 
 namespace {
 
@@ -20,9 +21,44 @@ const char *boolText(bool value)
     return value ? "TRUE" : "FALSE";
 }
 
+std::atomic<quint64> g_managers{0};
+std::atomic<quint64> g_threads{0};
+
+// The InfoDB handles a thread made, by manager. Removed on the thread itself when it ends; the
+// thread's number is never reused, unlike its id, so a handle never outlives its thread's name.
+struct ThreadInfoHandles
+{
+    const quint64 thread = ++g_threads;
+    QHash<quint64, QString> names;
+
+    ~ThreadInfoHandles()
+    {
+        for (const QString &name : qAsConst(names)) {
+            QSqlDatabase::database(name, false).close();
+            QSqlDatabase::removeDatabase(name);
+        }
+    }
+};
+
+thread_local ThreadInfoHandles t_infoHandles;
+
+bool openLogged(QSqlDatabase &db)
+{
+    const bool opened = db.open();
+    if (!opened)
+        qWarning() << "DBManager:: database" << db.databaseName() << "can NOT open! ERROR:" << db.lastError().text();
+    return opened;
+}
+
+QSqlDatabase defaultConnection()
+{
+    return QSqlDatabase::database(QSqlDatabase::defaultConnection, true);
+}
+
 } // namespace
 
 DBManager::DBManager()
+    : m_id(++g_managers)
 {
     resetDefaults();
 }
@@ -30,12 +66,21 @@ DBManager::DBManager()
 DBManager::DBManager(const QSqlDatabase &infoDB, const QSqlDatabase &zmtDB)
     : m_infoDB(infoDB)
     , m_zmtDB(zmtDB)
+    , m_id(++g_managers)
 {
     // The connection names are taken only by setInfoDB/setZmtDB.
     resetDefaults();
 }
 
-DBManager::~DBManager() = default;
+DBManager::~DBManager()
+{
+    // This thread's InfoDB handle; other threads drop theirs when they end.
+    const QString name = t_infoHandles.names.take(m_id);
+    if (!name.isEmpty()) {
+        QSqlDatabase::database(name, false).close();
+        QSqlDatabase::removeDatabase(name);
+    }
+}
 
 void DBManager::resetDefaults()
 {
@@ -98,6 +143,12 @@ void DBManager::setDebugLevel(quint8 level)
 {
     QMutexLocker lock(&m_mutex);
     m_debugLevel = level;
+}
+
+void DBManager::setConnectionSettings(const ConnectionSettings &settings)
+{
+    QMutexLocker lock(&m_mutex);
+    m_settings = settings;
 }
 
 quint32 DBManager::tokensCount(bool active)
@@ -255,36 +306,70 @@ QSqlDatabase DBManager::getDatabase(const QString &token)
 {
     if (m_debugLevel >= 2)
         qDebug("DBManager::getDatabase(%s)", qUtf8Printable(token));
-    QMutexLocker lock(&m_mutex);
-    if (token.isEmpty())
+    if (token.isEmpty()) {
+        QMutexLocker lock(&m_mutex);
         return m_zmtDB;
-
+    }
+    // Made by an earlier call of this thread: no SQL, no lock, nothing opened.
     const QString name = connectionNameFor(token);
     if (QSqlDatabase::contains(name))
-        return QSqlDatabase::database(name, true);
+        return QSqlDatabase::database(name, false);
 
-    const DbScheme scheme = loadScheme(token);
-    if (scheme.name.isEmpty() || scheme.user.isEmpty() || scheme.pass.isEmpty())
-        return QSqlDatabase::database(QSqlDatabase::defaultConnection, true);
-
-    if (std::find(m_connections.begin(), m_connections.end(), name) == m_connections.end())
-        m_connections.push_back(name);
+    QSqlDatabase infoTemplate;
+    bool autoClose = false;
+    {
+        QMutexLocker lock(&m_mutex);
+        const qint64 now = QDateTime::currentMSecsSinceEpoch();
+        if (m_unknownTokens.value(token, 0) > now)
+            return defaultConnection();
+        infoTemplate = m_infoDB;
+        autoClose = m_autoClose;
+    }
+    QSqlDatabase info = threadInfoDB(infoTemplate);
+    bool answered = false;
+    const DbScheme scheme = loadScheme(info, token, &answered);
+    // A failed statement may mean a lost server: the next lookup opens the handle afresh.
+    if (autoClose || !answered)
+        info.close();
+    const bool usable = !scheme.name.isEmpty() && !scheme.user.isEmpty() && !scheme.pass.isEmpty();
+    {
+        QMutexLocker lock(&m_mutex);
+        if (!usable) {
+            const qint64 now = QDateTime::currentMSecsSinceEpoch();
+            if (answered && m_settings.unknownTokenCache > 0) {
+                // Expired entries go first, so a stream of made-up tokens cannot grow the table.
+                for (auto it = m_unknownTokens.begin(); it != m_unknownTokens.end();)
+                    it = it.value() <= now ? m_unknownTokens.erase(it) : std::next(it);
+                m_unknownTokens.insert(token, now + m_settings.unknownTokenCache * 1000);
+            }
+            lock.unlock();
+            return defaultConnection();
+        }
+        m_schemes.insert(token, scheme);
+        if (std::find(m_connections.begin(), m_connections.end(), name) == m_connections.end())
+            m_connections.push_back(name);
+    }
 
     QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QMYSQL"), name);
-    db.setHostName(m_infoDB.hostName());
-    db.setPort(m_infoDB.port());
+    db.setHostName(infoTemplate.hostName());
+    db.setPort(infoTemplate.port());
     db.setDatabaseName(scheme.name);
     db.setUserName(scheme.user);
     db.setPassword(scheme.pass);
-    db.setConnectOptions(QStringLiteral("MYSQL_OPT_RECONNECT=1;CLIENT_IGNORE_SPACE=1"));
-    if (db.open())
-        return db;
+    // No MYSQL_OPT_RECONNECT: a silent reconnect would drop the session's character set and
+    // bounds. A lost connection is closed and opened again by its user.
+    db.setConnectOptions(m_settings.connectOptions(QStringLiteral("CLIENT_IGNORE_SPACE=1")));
+    return db;
+}
 
-    qWarning() << "DBManager:: database" << scheme.name << "(token:" << token << ") NOT OPEN!";
-    if (db.lastError().isValid())
-        qWarning() << "SQL ERROR:" << db.lastError().text();
-    // The failed connection stays registered: the next call for this thread retries it.
-    return QSqlDatabase::database(QSqlDatabase::defaultConnection, true);
+QSqlDatabase DBManager::threadInfoDB(const QSqlDatabase &infoDB) const
+{
+    QString &name = t_infoHandles.names[m_id];
+    if (name.isEmpty()) {
+        name = QStringLiteral("QHX.InfoDB.%1.%2").arg(m_id).arg(t_infoHandles.thread);
+        return QSqlDatabase::cloneDatabase(infoDB, name);
+    }
+    return QSqlDatabase::database(name, false);
 }
 
 void DBManager::addUnusedConnection(const QString &name)
@@ -358,23 +443,29 @@ bool DBManager::openDatabase(QSqlDatabase &db)
 {
     if (db.isOpen())
         return true;
-    const bool opened = db.open();
-    if (!opened)
-        qWarning() << "DBManager:: database" << db.databaseName() << "can NOT open! ERROR:" << db.lastError().text();
+    const bool opened = openLogged(db);
     if (!db.connectionName().isEmpty() && db.connectionName() == m_infoConnection)
         m_infoDBOpen = opened;
     return opened;
 }
 
-DbScheme DBManager::loadScheme(const QString &token)
+DbScheme DBManager::loadScheme(QSqlDatabase &info, const QString &token, bool *answered)
 {
     DbScheme scheme;
-    if (!acceptToken(token, "loadScheme") || !openDatabase(m_infoDB))
+    *answered = false;
+    if (!acceptToken(token, "loadScheme")) {
+        *answered = true;
         return scheme;
-    QSqlQuery query(m_infoDB);
-    if (!query.exec(QStringLiteral("SELECT * FROM `schemas` WHERE status = 1 AND token = '%1' LIMIT 1;").arg(token)))
+    }
+    if (!info.isOpen() && !openLogged(info))
+        return scheme;
+    QSqlQuery query(info);
+    if (!query.exec(QStringLiteral("SELECT * FROM `schemas` WHERE status = 1 AND token = '%1' LIMIT 1;").arg(token))) {
         qCritical() << "DBManager:: NOT load scheme from infoDB!\nERROR:" << query.lastError().text();
-    if (query.isActive() && query.next()) {
+        return scheme;
+    }
+    *answered = true;
+    if (query.next()) {
         scheme.token = query.value(QStringLiteral("token")).toString();
         // QString(QByteArray) stops at the first NUL of the decoded password.
         const QByteArray pass = QByteArray::fromBase64(query.value(QStringLiteral("pass")).toByteArray());
@@ -382,10 +473,6 @@ DbScheme DBManager::loadScheme(const QString &token)
         scheme.user = query.value(QStringLiteral("user")).toString();
         scheme.name = query.value(QStringLiteral("name")).toString();
     }
-    if (m_autoClose)
-        m_infoDB.close();
-    if (!scheme.name.isEmpty() && !scheme.user.isEmpty() && !scheme.pass.isEmpty())
-        m_schemes.insert(token, scheme);
     return scheme;
 }
 

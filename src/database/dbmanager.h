@@ -1,6 +1,8 @@
 #ifndef DBMANAGER_H
 #define DBMANAGER_H
 
+#include "settings/connectionsettings.h"
+
 #include <QHash>
 #include <QMutex>
 #include <QSqlDatabase>
@@ -19,9 +21,8 @@ struct DbScheme
 
 // Owns the connections of a multi-customer installation: the InfoDB that lists customers,
 // the master (ZMT) connection for token-less requests, and one connection per customer and
-// thread. The host creates and owns it; workers only call getDatabase and
-// addUnusedConnection. Host and plug-in share this object, so the field order is part of
-// their contract.
+// thread. The host creates and owns it; workers only call getDatabase. Host and plug-in
+// share this object, so the field order is part of their contract.
 class DBManager
 {
 public:
@@ -38,6 +39,9 @@ public:
     bool isInfoDB();
     void setAutoClose(bool autoClose);
     void setDebugLevel(quint8 level);
+    // Set by the host before the first request; read without the lock afterwards.
+    void setConnectionSettings(const ConnectionSettings &settings);
+    const ConnectionSettings &connectionSettings() const { return m_settings; }
 
     quint32 tokensCount(bool active);
     QStringList loadTokens(quint32 limit, quint32 offset);
@@ -56,6 +60,9 @@ public:
     // Connections registered for customers, on every thread (for the host's metrics).
     static int customerConnectionCount();
 
+    // The calling thread's handle for the token, configured and NOT opened: whoever uses it
+    // opens a clone of its own. The InfoDB is asked once per thread and token, on a handle of
+    // the thread's own, outside the lock; an unknown token is remembered for a few seconds.
     QSqlDatabase getDatabase(const QString &token);
     void addUnusedConnection(const QString &name);
     void setUnusedConnectionsEnabled(bool enabled);
@@ -64,7 +71,6 @@ public:
     // Lock-free helpers; called only with m_mutex held.
     QString connectionNameFor(const QString &token) const;
     bool openDatabase(QSqlDatabase &db);
-    DbScheme loadScheme(const QString &token);
     static bool isConnectionOpen(const QString &name);
 
 private:
@@ -73,6 +79,11 @@ private:
     static bool acceptToken(const QString &token, const char *operation);
     // The one shape of the token lists: open the InfoDB, column 0 of each row, close.
     QStringList queryTokens(const QString &sql, const char *failureMessage);
+    // The active `schemas` row of the token, read on `info`; `answered` is false when the
+    // statement failed (which says nothing about the token).
+    static DbScheme loadScheme(QSqlDatabase &info, const QString &token, bool *answered);
+    // The InfoDB handle of the calling thread for this manager, made from `infoDB`.
+    QSqlDatabase threadInfoDB(const QSqlDatabase &infoDB) const;
 
     quint8 m_debugLevel = 0;
     QHash<QString, DbScheme> m_schemes;
@@ -87,6 +98,9 @@ private:
     QMutex m_mutex;
     QHash<QString, qint64> m_maintenanceStamps;
     bool m_unusedEnabled = true;
+    ConnectionSettings m_settings;
+    QHash<QString, qint64> m_unknownTokens;  // token -> until when, in ms since the epoch
+    quint64 m_id;                            // tells this manager's per-thread InfoDB handles apart
 };
 
 #endif

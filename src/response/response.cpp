@@ -1,6 +1,7 @@
 #include "response/response.h"
 
 #include "response/httpstatus.h"
+#include "response/jsonwriter.h"
 
 #include <QDateTime>
 #include <QJsonDocument>
@@ -175,6 +176,8 @@ QString Response::buildHead(quint16 status, const QString &statusName, const QSt
 
 QByteArray Response::toJson() const
 {
+    if (m_data.userType() == qMetaTypeId<JsonText>())
+        return m_data.value<JsonText>().bytes;
     return QJsonDocument::fromVariant(m_data).toJson(m_header.prettyJson ? QJsonDocument::Indented
                                                                          : QJsonDocument::Compact);
 }

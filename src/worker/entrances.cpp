@@ -1,11 +1,11 @@
 #include "worker/webapiworker.h"
 
+#include "response/jsonwriter.h"
 #include "response/response.h"
 
 #include <QDateTime>
 #include <QSqlError>
 #include <QSqlQuery>
-#include <QSqlRecord>
 #include <QtDebug>
 
 bool WebApiWorker::dbCheckEntrance(uint id, uint refId)
@@ -165,40 +165,28 @@ QVariant WebApiWorker::dbGetEntrance(uint id)
 {
     if (m_debugLevel >= 1)
         qDebug("WebApiWorker::dbGetEntrance(%u)", id);
-    const QStringList columns = {QStringLiteral("i.uid"),     QStringLiteral("p.pid"),     QStringLiteral("i.iid"),
-                                 QStringLiteral("i.type"),    QStringLiteral("i.date"),    QStringLiteral("i.created"),
-                                 QStringLiteral("i.description"), QStringLiteral("i.del"), QStringLiteral("i.refId")};
     QSqlQuery query(m_db);
-    if (!query.exec(QStringLiteral("SELECT %1 FROM inters_data i JOIN people p USING(uid) WHERE id = %2 LIMIT 1")
-                        .arg(columns.join(QLatin1Char(',')), QString::number(id)))) {
+    if (!query.exec(QStringLiteral("SELECT i.uid,p.pid,i.iid,i.type,i.date,i.created,i.description,i.del,i.refId "
+                                   "FROM inters_data i JOIN people p USING(uid) WHERE id = %1 LIMIT 1")
+                        .arg(id))) {
         // The line it has always shared with the terminal read.
         reportSqlError(query, "WebApiWorker::dbGetTerm() SQl ERROR:");
         return QVariantMap();
     }
-    QVariantMap entrance;
     if (!query.next())
-        return entrance;
-    uint refId = 0;
-    uint uid = 0;
-    uint pid = 0;
-    const QSqlRecord record = query.record();
-    for (int i = 0; i < record.count(); ++i) {
-        const QString name = record.fieldName(i);
-        const QVariant value = query.value(i);
-        if (name == QLatin1String("refId")) {
-            refId = value.toUInt();
-            entrance.insert(name, storedValue(value));
-        } else if (name == QLatin1String("uid")) {
-            uid = value.toUInt();
-        } else if (name == QLatin1String("pid")) {
-            pid = value.toUInt();
-        } else if (name == QLatin1String("date") || name == QLatin1String("created")) {
-            entrance.insert(name, secsToIsoDateTime(value.toLongLong()));
-        } else {
-            entrance.insert(name, storedValue(value));
-        }
-    }
-    entrance.insert(QStringLiteral("eid"), encodeId(id, refId));
-    entrance.insert(QStringLiteral("uid"), encodeId(uid, pid));
-    return entrance;
+        return QVariantMap();
+    enum Column { Uid, Pid, Iid, Type, Date, Created, Description, Del, RefId };
+    JsonWriter json(m_header.prettyJson);
+    json.beginObject();
+    json.key("created").string(secsToIsoDateTime(query.value(Created).toLongLong()));
+    json.key("date").string(secsToIsoDateTime(query.value(Date).toLongLong()));
+    json.key("del").stored(query.value(Del));
+    json.key("description").stored(query.value(Description));
+    json.key("eid").string(encodeId(id, query.value(RefId).toUInt()));
+    json.key("iid").stored(query.value(Iid));
+    json.key("refId").stored(query.value(RefId));
+    json.key("type").stored(query.value(Type));
+    json.key("uid").string(encodeId(query.value(Uid).toUInt(), query.value(Pid).toUInt()));
+    json.endObject();
+    return json.takeBody();
 }

@@ -1,47 +1,56 @@
 #include "worker/webapiworker.h"
 
+#include "response/jsonwriter.h"
 #include "response/response.h"
 
 #include <QSqlQuery>
-#include <QSqlRecord>
 #include <QtDebug>
 
 namespace {
 
-QVariantMap interMap(const QSqlQuery &query, const QSqlRecord &)
+// A reason code; both statements select iid, name, shortcut, weight, color.
+void writeInter(JsonWriter &json, const QSqlQuery &query)
 {
-    QVariantMap inter;
-    inter.insert(QStringLiteral("iid"), query.value(0).toUInt());
-    inter.insert(QStringLiteral("name"), query.value(1).toString());
-    inter.insert(QStringLiteral("shortcut"), query.value(2).toString());
-    inter.insert(QStringLiteral("weight"), query.value(3).toInt());
-    inter.insert(QStringLiteral("color"), query.value(4).toString());
-    return inter;
+    json.beginObject();
+    json.key("color").string(query.value(4).toString());
+    json.key("iid").number(query.value(0).toUInt());
+    json.key("name").string(query.value(1).toString());
+    json.key("shortcut").string(query.value(2).toString());
+    json.key("weight").number(query.value(3).toInt());
+    json.endObject();
 }
 
-// Every column under the name the statement gives it.
-QVariantMap storedRowMap(const QSqlQuery &query, const QSqlRecord &columns)
+// A group as stored, under the names its statement gives the columns, in key order.
+void writeGroup(JsonWriter &json, const QSqlQuery &query)
 {
-    QVariantMap row;
-    for (int i = 0; i < columns.count(); ++i)
-        row.insert(columns.fieldName(i), WebApiWorker::storedValue(query.value(i)));
-    return row;
+    static const struct
+    {
+        const char *key;
+        int column;
+    } columns[] = {{"gid", 0}, {"masterGroup", 4}, {"masterGroupId", 3}, {"name", 1},
+                   {"region", 6}, {"regionId", 5}, {"shifts", 2}};
+    json.beginObject();
+    for (const auto &column : columns)
+        json.key(column.key).stored(query.value(column.column));
+    json.endObject();
 }
 
-// Presence of one person; the time and reason of the presence entrance only where selected.
-QVariantMap presenceMap(const QSqlQuery &query, const QSqlRecord &columns)
+// Presence of one person from uid, pid, present; with `entrance` also the time and reason
+// of the presence entrance (columns 3 and 4).
+void writePresence(JsonWriter &json, const QSqlQuery &query, bool entrance)
 {
-    QVariantMap presence;
-    presence.insert(QStringLiteral("uid"), WebApiWorker::encodeId(query.value(0).toUInt(), query.value(1).toUInt()));
-    presence.insert(QStringLiteral("present"), query.value(2).toBool());
-    if (columns.count() > 3) {
+    json.beginObject();
+    if (entrance) {
         const QVariant date = query.value(3);
         const QVariant iid = query.value(4);
-        presence.insert(QStringLiteral("date"),
-                        date.isNull() ? QVariant() : QVariant(WebApiWorker::secsToIsoDateTime(date.toLongLong())));
-        presence.insert(QStringLiteral("iid"), iid.isNull() ? QVariant() : QVariant(iid.toUInt()));
+        json.key("date");
+        date.isNull() ? json.null() : json.string(WebApiWorker::secsToIsoDateTime(date.toLongLong()));
+        json.key("iid");
+        iid.isNull() ? json.null() : json.number(iid.toUInt());
     }
-    return presence;
+    json.key("present").boolean(query.value(2).toBool());
+    json.key("uid").string(WebApiWorker::encodeId(query.value(0).toUInt(), query.value(1).toUInt()));
+    json.endObject();
 }
 
 // The conditions of the per-terminal reads: the terminal's active people, or one of them.
@@ -60,17 +69,20 @@ QVariant WebApiWorker::storedValue(const QVariant &value)
     return value.isNull() ? QVariant() : value;
 }
 
-QVariant WebApiWorker::collectRows(QSqlQuery &query, bool single, RowMap rowMap)
+QVariant WebApiWorker::collectRows(QSqlQuery &query, bool single, const RowWriter &writeRow)
 {
-    const QSqlRecord columns = query.record();
-    QVariantList rows;
-    while (query.next()) {
-        if (single)
-            return rowMap(query, columns);
-        rows.append(rowMap(query, columns));
+    JsonWriter json(m_header.prettyJson);
+    if (single && query.next()) {
+        writeRow(json, query);
+        return json.takeBody();
     }
-    m_response->setHeader(QStringLiteral("X-WEBAPI-COUNT"), rows.size());
-    return rows;
+    int count = 0;
+    json.beginArray();
+    for (; query.next(); ++count)
+        writeRow(json, query);
+    json.endArray();
+    m_response->setHeader(QStringLiteral("X-WEBAPI-COUNT"), count);
+    return json.takeBody();
 }
 
 bool WebApiWorker::queryCount(const QString &sql, const char *failureLine, uint &count)
@@ -107,7 +119,7 @@ QVariant WebApiWorker::dbGetInters4Terminal(uint tid, uint vorixID)
         reportSqlError(query, "WebApiWorker::dbGetInters4Terminal() SQl ERROR:");
         return QVariant();
     }
-    return collectRows(query, false, interMap);
+    return collectRows(query, false, writeInter);
 }
 
 QVariant WebApiWorker::dbGetInter()
@@ -119,7 +131,7 @@ QVariant WebApiWorker::dbGetInter()
         reportSqlError(query, "WebApiWorker::dbGetInter() SQl ERROR:");
         return QVariant();
     }
-    return collectRows(query, false, interMap);
+    return collectRows(query, false, writeInter);
 }
 
 QVariant WebApiWorker::dbGetAttendanceGroups()
@@ -133,7 +145,7 @@ QVariant WebApiWorker::dbGetAttendanceGroups()
         reportSqlError(query, "WebApiWorker::dbGetAttendanceGroups() SQl ERROR:");
         return QVariant();
     }
-    return collectRows(query, false, storedRowMap);
+    return collectRows(query, false, writeGroup);
 }
 
 bool WebApiWorker::dbGetSaldo(uint tid, uint uid)
@@ -172,7 +184,7 @@ QVariant WebApiWorker::dbGetPresent4Terminal(uint tid, uint uid)
         reportSqlError(query, "WebApiWorker::dbGetPresent4Terminal() SQl ERROR:");
         return QVariant();
     }
-    return collectRows(query, uid != 0, presenceMap);
+    return collectRows(query, uid != 0, [](JsonWriter &json, const QSqlQuery &row) { writePresence(json, row, false); });
 }
 
 QVariant WebApiWorker::dbGetPresent(uint uid)
@@ -191,5 +203,5 @@ QVariant WebApiWorker::dbGetPresent(uint uid)
         reportSqlError(query, "WebApiWorker::dbGetPresent() SQl ERROR:");
         return QVariant();
     }
-    return collectRows(query, uid != 0, presenceMap);
+    return collectRows(query, uid != 0, [](JsonWriter &json, const QSqlQuery &row) { writePresence(json, row, true); });
 }

@@ -1,5 +1,6 @@
 #include "worker/webapiworker.h"
 
+#include "response/jsonwriter.h"
 #include "response/response.h"
 
 #include <QDate>
@@ -13,27 +14,36 @@ namespace {
 
 const QString kForeignKeyFailure = QStringLiteral("foreign key constraint fails");
 
-// One person as a terminal sees it; `grp` only where the statement selects it.
-QVariantMap personMap(const QSqlQuery &query, const QSqlRecord &columns)
+// One person as a terminal sees it, from either people statement, whose columns are found
+// by name once; `grp` only where the statement selects it.
+std::function<void(JsonWriter &, const QSqlQuery &)> personWriter(const QSqlRecord &record)
 {
-    const auto value = [&](const QString &name) { return query.value(columns.indexOf(name)); };
-    const uint uid = value(QStringLiteral("uid")).toUInt();
-    const uint pid = value(QStringLiteral("pid")).toUInt();
-    QVariantMap person;
-    person.insert(QStringLiteral("uid"), WebApiWorker::encodeId(uid, pid));
-    person.insert(QStringLiteral("pid"), pid);
-    person.insert(QStringLiteral("gid"), value(QStringLiteral("gid")).toUInt());
-    for (const QString &name : {QStringLiteral("name"), QStringLiteral("surname"), QStringLiteral("title"),
-                                QStringLiteral("title2"), QStringLiteral("card")})
-        person.insert(name, value(name).toString());
-    person.insert(QStringLiteral("saldo"), value(QStringLiteral("saldo")).toInt());
-    if (columns.contains(QStringLiteral("grp")))
-        person.insert(QStringLiteral("grp"), value(QStringLiteral("grp")).toUInt());
-    person.insert(QStringLiteral("present"), value(QStringLiteral("present")).toBool());
-    person.insert(QStringLiteral("begin"), WebApiWorker::secsToIsoDate(value(QStringLiteral("begin")).toLongLong()));
-    const QVariant end = value(QStringLiteral("end"));
-    person.insert(QStringLiteral("end"), end.isNull() ? QVariant() : QVariant(WebApiWorker::secsToIsoDate(end.toLongLong())));
-    return person;
+    const auto column = [&](const char *name) { return record.indexOf(QLatin1String(name)); };
+    const int uid = column("uid"), pid = column("pid"), gid = column("gid"), name = column("name");
+    const int surname = column("surname"), title = column("title"), title2 = column("title2");
+    const int card = column("card"), saldo = column("saldo"), grp = column("grp"), present = column("present");
+    const int begin = column("begin"), end = column("end");
+    return [=](JsonWriter &json, const QSqlQuery &query) {
+        const uint pidValue = query.value(pid).toUInt();
+        const QVariant endValue = query.value(end);
+        json.beginObject();
+        json.key("begin").string(WebApiWorker::secsToIsoDate(query.value(begin).toLongLong()));
+        json.key("card").string(query.value(card).toString());
+        json.key("end");
+        endValue.isNull() ? json.null() : json.string(WebApiWorker::secsToIsoDate(endValue.toLongLong()));
+        json.key("gid").number(query.value(gid).toUInt());
+        if (grp >= 0)
+            json.key("grp").number(query.value(grp).toUInt());
+        json.key("name").string(query.value(name).toString());
+        json.key("pid").number(pidValue);
+        json.key("present").boolean(query.value(present).toBool());
+        json.key("saldo").number(query.value(saldo).toInt());
+        json.key("surname").string(query.value(surname).toString());
+        json.key("title").string(query.value(title).toString());
+        json.key("title2").string(query.value(title2).toString());
+        json.key("uid").string(WebApiWorker::encodeId(query.value(uid).toUInt(), pidValue));
+        json.endObject();
+    };
 }
 
 } // namespace
@@ -74,7 +84,7 @@ QVariant WebApiWorker::dbGetPeople(uint uid)
         reportSqlError(query, "WebApiWorker::dbGetPeople() SQl ERROR:");
         return false;
     }
-    return collectRows(query, uid != 0, personMap);
+    return collectRows(query, uid != 0, personWriter(query.record()));
 }
 
 QVariant WebApiWorker::dbGetPeople4Terminal(uint tid, uint uid)
@@ -97,7 +107,7 @@ QVariant WebApiWorker::dbGetPeople4Terminal(uint tid, uint uid)
         reportSqlError(query, "WebApiWorker::dbGetPeople4Terminal() SQl ERROR:");
         return false;
     }
-    return collectRows(query, uid != 0, personMap);
+    return collectRows(query, uid != 0, personWriter(query.record()));
 }
 
 uint WebApiWorker::dbInsertPerson(uint tid, const QVariantMap &data)

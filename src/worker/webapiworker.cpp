@@ -11,6 +11,8 @@
 #include <QUrlQuery>
 #include <QtDebug>
 
+#include <algorithm>
+
 namespace {
 
 // What X-WEBAPI-DEVEL-ENV must carry to switch on development mode for one request.
@@ -29,12 +31,14 @@ WebApiWorker::WebApiWorker(const QString &version, QObject *parent)
     , m_terminalOnlyPaths({QStringLiteral("info"), QStringLiteral("inters"), QStringLiteral("groups"),
                            QStringLiteral("response-errors")})
 {
+    connect(&m_idleTimer, &QTimer::timeout, this, &WebApiWorker::closeIdleConnections);
 }
 
 WebApiWorker::~WebApiWorker()
 {
-    // The response goes first; the base class then closes the connection.
+    // The response goes first; no copy of a connection may outlive its removal.
     m_response.reset();
+    m_db = QSqlDatabase();
 }
 
 bool WebApiWorker::isReady()
@@ -127,9 +131,8 @@ QByteArray WebApiWorker::buildResponse(const QString &method, const QUrl &url, c
         m_response->setDebugValue(QStringLiteral("buildResponse"), request);
     }
 
-    // An open handle may still have lost its server; the licence rows are the first statement,
-    // and when they cannot be read the database is as good as missing.
-    if (!initDatabase() || !m_licence.load(m_db))
+    // When the licence rows cannot be read the database is as good as missing.
+    if (!initDatabase() || !loadLicence())
         return m_response->renderError(Response::RE_BadDatabase, m_db.databaseName());
     if (!checkWebApiEnabled(firstWord))
         return m_response->renderError(Response::RE_BadAuthorization, Licence::notLicensedText());
@@ -175,38 +178,61 @@ bool WebApiWorker::initDatabase()
 {
     if (m_debugLevel >= 2)
         qDebug("WebApiWorker::initDatabase()");
-    if (m_dbManager) {
-        QSqlDatabase source = m_dbManager->getDatabase(m_header.token);
-        setDatabase(source);
-        // The worker runs on its own clone; the manager's per-thread handle is free again.
-        if (source.isOpen())
-            source.close();
-        if (!m_header.token.isEmpty())
-            m_dbManager->addUnusedConnection(source.connectionName());
-    } else if (m_header.token.isEmpty()) {
-        qWarning("WebApiWorker: Database manager NOT initialized!");
+    m_reusedConnection = false;
+    if (!m_dbManager) {
+        if (m_header.token.isEmpty())
+            qWarning("WebApiWorker: Database manager NOT initialized!");
+        return false;
     }
-    if (m_db.isValid() && !m_db.isOpen()) {
-        m_dbOpened = m_db.open();
-        // The driver settles on 3-byte utf8 with the MariaDB client library; names with
-        // characters beyond the BMP need the full set. Once per connection, not per request.
-        if (m_dbOpened)
-            QSqlQuery(QStringLiteral("SET NAMES utf8mb4"), m_db);
+    const ConnectionSettings settings = connectionSettings();
+    m_connections.closeIdle(settings.idleClose, m_db);
+    // The manager's handle is only a template: the worker logs in on a clone of its own, once,
+    // and keeps it open for the next requests.
+    setDatabase(m_dbManager->getDatabase(m_header.token));
+    if (!m_db.isValid())
+        return false;
+    m_reusedConnection = m_db.isOpen();
+    if (!m_reusedConnection) {
+        m_dbOpened = m_connections.open(m_db, settings);
+        if (!m_dbOpened)
+            qCritical() << "WebApiWorker::initDatabase() - SQL ERROR:" << m_db.lastError().text();
     }
-    if (m_db.lastError().isValid())
-        qCritical() << "WebApiWorker::initDatabase() - SQL ERROR:" << m_db.lastError().text();
-    return m_dbManager && m_db.isValid() && m_db.isOpen();
+    m_connections.touch(m_db);
+    const int sweep = std::max(500, settings.idleClose * 500);
+    if (!m_idleTimer.isActive() || m_idleTimer.interval() != sweep)
+        m_idleTimer.start(sweep);
+    return m_db.isOpen();
+}
+
+bool WebApiWorker::loadLicence()
+{
+    if (m_licence.load(m_db))
+        return true;
+    // A statement that still runs means the connection works and the failure was the
+    // statement's own (a lock wait, say): no second try.
+    if (!m_reusedConnection || QSqlQuery(m_db).exec(QStringLiteral("DO 0")))
+        return false;
+    m_dbOpened = m_connections.open(m_db, connectionSettings());
+    return m_dbOpened && m_licence.load(m_db);
 }
 
 void WebApiWorker::setDatabase(const QSqlDatabase &db)
 {
     if (m_debugLevel >= 2)
         qDebug() << "WebApiWorker::setDatabase(" << db.databaseName() << ")";
-    const QString name = QStringLiteral("QHX.%1.WebApi").arg(db.databaseName());
-    QSqlDatabase existing = QSqlDatabase::database(name, true);
-    if (!existing.isValid())
-        existing = QSqlDatabase::cloneDatabase(db, name);
-    m_db = existing;
+    m_db = m_connections.connectionFor(db, connectionSettings());
+}
+
+ConnectionSettings WebApiWorker::connectionSettings() const
+{
+    return m_dbManager ? m_dbManager->connectionSettings() : ConnectionSettings();
+}
+
+void WebApiWorker::closeIdleConnections()
+{
+    m_connections.closeIdle(connectionSettings().idleClose, m_db);
+    if (m_connections.isEmpty())
+        m_idleTimer.stop();
 }
 
 bool WebApiWorker::isValidPath(const QString &method, const QStringList &words) const

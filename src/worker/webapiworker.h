@@ -4,12 +4,15 @@
 #include "plugin/httppluginworker.h"
 #include "licence/licence.h"
 #include "worker/requestheader.h"
+#include "worker/workerconnections.h"
 
 #include <QSharedPointer>
+#include <QTimer>
 #include <QVariant>
 
 #include <functional>
 
+class JsonWriter;
 class QSqlQuery;
 class QSqlRecord;
 class Response;
@@ -39,6 +42,9 @@ public:
     void selectContext(const QString &method, const QString &firstWord);
     static QStringList urlPathWords(const QUrl &url);
     bool initDatabase();
+    // The licence rows, which are also the first statement of every request: on a reused
+    // connection whose server is gone, the connection is opened again once and they are reread.
+    bool loadLicence();
     bool isValidPath(const QString &method, const QStringList &words) const;
     void routeInTerminalContext(const QString &method, const QStringList &words, const QByteArray &body);
     void routeInAdminContext(const QString &method, const QUrl &url, const QByteArray &body);
@@ -136,11 +142,12 @@ protected:
     // The person test: `text` decodes into `uid` and `pid` of an active person.
     bool checkPersonId(const QString &text, uint &uid, uint &pid);
 
-    // The list pattern of the read operations: each row becomes a map by `rowMap`. With `single`
-    // the first row's map comes back alone; otherwise, and when `single` found no row, the list,
-    // with X-WEBAPI-COUNT.
-    using RowMap = QVariantMap (*)(const QSqlQuery &query, const QSqlRecord &columns);
-    QVariant collectRows(QSqlQuery &query, bool single, RowMap rowMap);
+    // The list pattern of the read operations: each row written as an object by `writeRow`,
+    // which resolved its columns once for the statement. With `single` the first row's
+    // object is the body alone; otherwise, and when `single` found no row, the array, with
+    // X-WEBAPI-COUNT. Returns the written body (JsonText).
+    using RowWriter = std::function<void(JsonWriter &json, const QSqlQuery &query)>;
+    QVariant collectRows(QSqlQuery &query, bool single, const RowWriter &writeRow);
     // First column of a COUNT statement in `count`; false (and reported) when it failed.
     bool queryCount(const QString &sql, const char *failureLine, uint &count);
     // A write statement: true when it changed a row; false also when it failed (reported).
@@ -159,6 +166,14 @@ protected:
     RequestHeader m_header;
     QSharedPointer<Response> m_response;
     Licence m_licence;  // the licence rows of the current request
+
+private:
+    ConnectionSettings connectionSettings() const;
+    void closeIdleConnections();
+
+    WorkerConnections m_connections;
+    bool m_reusedConnection = false;  // m_db was open before this request
+    QTimer m_idleTimer;               // closes idle connections while no request comes
 };
 
 #endif

@@ -4,6 +4,7 @@
 #include "support/logcapture.h"
 #include "support/testserver.h"
 
+#include <QSqlError>
 #include <QThread>
 #include <QtTest>
 
@@ -32,6 +33,8 @@ private slots:
     void cleanupTestCase();
 
     void connectionPerThreadAndToken();
+    void unknownTokenRemembered_data();
+    void unknownTokenRemembered();
     void noUsableSchemeGivesDefault_data();
     void noUsableSchemeGivesDefault();
     void passwordCutAtNul();
@@ -127,26 +130,51 @@ void TestDBManager::connectionPerThreadAndToken()
     const QString name = threadPrefix() + QStringLiteral("_dbc_tok-a");
     QCOMPARE(db.connectionName(), name);
     QCOMPARE(m_manager->connectionNameFor(QStringLiteral("tok-a")), name);
-    QVERIFY(db.isOpen());
+    // Handed out closed: its user opens a clone of its own.
+    QVERIFY(!db.isOpen());
+    QVERIFY2(db.open(), qPrintable(db.lastError().text()));
+    db.close();
     QCOMPARE(db.databaseName(), m_customer->name());
-    QCOMPARE(db.connectOptions(), QStringLiteral("MYSQL_OPT_RECONNECT=1;CLIENT_IGNORE_SPACE=1"));
     QVERIFY(m_manager->isManagedConnection(QStringLiteral("tok-a")));
+    // The InfoDB is asked once per thread and token: a row gone since is not read again.
+    QVERIFY(m_info->exec(QStringLiteral("DELETE FROM `schemas`")));
+    QCOMPARE(m_manager->getDatabase(QStringLiteral("tok-a")).connectionName(), name);
 
-    // Another thread gets a connection of its own, and the answers are per thread.
+    // Another thread gets a handle of its own, and asks the InfoDB itself.
+    QVERIFY(insertScheme(QStringLiteral("tok-a"), QStringLiteral("'%1'").arg(m_goodPass)));
     QString otherName;
-    bool otherOpen = false;
+    bool otherManaged = false;
     QScopedPointer<QThread> thread(QThread::create([&] {
-        {
-            const QSqlDatabase other = m_manager->getDatabase(QStringLiteral("tok-a"));
-            otherName = other.connectionName();
-            otherOpen = other.isOpen() && m_manager->isManagedConnection(QStringLiteral("tok-a"));
-        }
+        otherName = m_manager->getDatabase(QStringLiteral("tok-a")).connectionName();
+        otherManaged = m_manager->isManagedConnection(QStringLiteral("tok-a"));
         QSqlDatabase::removeDatabase(otherName);
     }));
     thread->start();
     QVERIFY(thread->wait(30000));
-    QVERIFY(otherOpen);
+    QVERIFY(otherManaged);
     QVERIFY(otherName != name && otherName.endsWith(QLatin1String("_dbc_tok-a")));
+}
+
+void TestDBManager::unknownTokenRemembered_data()
+{
+    QTest::addColumn<int>("seconds");
+    QTest::addColumn<bool>("foundAfterInsert");
+    QTest::newRow("not remembered") << 0 << true;
+    QTest::newRow("remembered") << 60 << false;
+}
+
+void TestDBManager::unknownTokenRemembered()
+{
+    QFETCH(int, seconds);
+    QFETCH(bool, foundAfterInsert);
+    ConnectionSettings settings;
+    settings.unknownTokenCache = seconds;
+    m_manager->setConnectionSettings(settings);
+    const QString token = QStringLiteral("tok-late");
+    QCOMPARE(m_manager->getDatabase(token).connectionName(), QLatin1String(QSqlDatabase::defaultConnection));
+    // A customer added meanwhile is seen at once only when unknown tokens are not remembered.
+    QVERIFY(insertScheme(token, QStringLiteral("'%1'").arg(m_goodPass)));
+    QCOMPARE(m_manager->getDatabase(token).connectionName() == m_manager->connectionNameFor(token), foundAfterInsert);
 }
 
 void TestDBManager::noUsableSchemeGivesDefault_data()
@@ -185,8 +213,9 @@ void TestDBManager::passwordCutAtNul()
     // Only the part before the NUL is the password, so the connection opens.
     const QByteArray stored = TestServer::password().toUtf8() + QByteArray("\0tail", 5);
     QVERIFY(insertScheme(QStringLiteral("tok-nul"), QStringLiteral("'%1'").arg(base64(stored))));
-    const QSqlDatabase db = m_manager->getDatabase(QStringLiteral("tok-nul"));
-    QVERIFY(db.isOpen());
+    QSqlDatabase db = m_manager->getDatabase(QStringLiteral("tok-nul"));
+    QVERIFY(db.open());
+    db.close();
     QCOMPARE(m_manager->cachedScheme(QStringLiteral("tok-nul")).pass, TestServer::password());
 }
 

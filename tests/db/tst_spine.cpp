@@ -25,9 +25,25 @@ private slots:
     void licenceRows_data();
     void licenceRows();
     void emptyTokenRunsOnMaster();
-    void managerConnectionQueuedAfterRequest();
+    void idleConnectionClosed();
+    void lockWaitEndsInCleanError();
 
 private:
+    // The customer database's sessions other than this test's own.
+    int workerSessions()
+    {
+        return m_fx->customer()
+            .scalar(QStringLiteral("SELECT COUNT(*) FROM information_schema.PROCESSLIST WHERE DB = DATABASE() AND ID <> CONNECTION_ID()"))
+            .toInt();
+    }
+    // Sets one bound on the manager for the rest of the test case.
+    void setBound(int ConnectionSettings::*field, int value)
+    {
+        ConnectionSettings settings = m_fx->manager()->connectionSettings();
+        settings.*field = value;
+        m_fx->manager()->setConnectionSettings(settings);
+    }
+
     QScopedPointer<ApiFixture> m_fx;
 };
 
@@ -184,25 +200,38 @@ void TestSpine::emptyTokenRunsOnMaster()
     QCOMPARE(log.lines(QtWarningMsg), QStringList());
 }
 
-void TestSpine::managerConnectionQueuedAfterRequest()
+void TestSpine::idleConnectionClosed()
 {
-    // With a token the worker runs on its own clone; the manager's per-thread connection is
-    // closed and queued, and the host's sweep removes it.
-    DBManager *manager = m_fx->manager();
-    manager->removeUnusedConnections();  // what earlier requests queued
-    const HttpReply reply = m_fx->request(QStringLiteral("GET"), QStringLiteral("/webapi/info"), m_fx->terminalHeaders());
-    QCOMPARE(reply.status, 200);
-    QVERIFY(manager->hasConnection(m_fx->token()));
-    manager->setDebugLevel(1);
-    LogCapture log;
-    manager->removeUnusedConnections();
-    manager->setDebugLevel(0);
-    QCOMPARE(log.linesStartingWith(QtDebugMsg, QStringLiteral("DBManager::removeUnusedConnections() - removing:")),
-             QStringList{QStringLiteral("DBManager::removeUnusedConnections() - removing: \"%1\"")
-                             .arg(manager->connectionNameFor(m_fx->token()))});
-    QVERIFY(!manager->hasConnection(m_fx->token()));
-    // The next request makes it anew.
+    const ConnectionSettings saved = m_fx->manager()->connectionSettings();
+    setBound(&ConnectionSettings::idleClose, 1);
     QCOMPARE(m_fx->request(QStringLiteral("GET"), QStringLiteral("/webapi/info"), m_fx->terminalHeaders()).status, 200);
+    QCOMPARE(workerSessions(), 1);
+    // Closed while no request comes, and opened again by the next one.
+    QTRY_COMPARE_WITH_TIMEOUT(workerSessions(), 0, 10000);
+    m_fx->manager()->setConnectionSettings(saved);
+    QCOMPARE(m_fx->request(QStringLiteral("GET"), QStringLiteral("/webapi/info"), m_fx->terminalHeaders()).status, 200);
+    QCOMPARE(workerSessions(), 1);
+}
+
+void TestSpine::lockWaitEndsInCleanError()
+{
+    // A worker whose connection opens with a one-second bound on lock waits.
+    const ConnectionSettings saved = m_fx->manager()->connectionSettings();
+    setBound(&ConnectionSettings::lockWait, 1);
+    WebApiWorker worker(QStringLiteral("2.4.1"));
+    worker.setDbManager(m_fx->manager());
+    QVERIFY(m_fx->customer().exec(QStringLiteral("LOCK TABLES vars WRITE")));
+    const HttpReply reply = HttpReply::parse(worker.buildResponse(
+        QStringLiteral("GET"), QUrl(QStringLiteral("http://h/webapi/info")), m_fx->terminalHeaders(), QByteArray()));
+    QVERIFY(m_fx->customer().exec(QStringLiteral("UNLOCK TABLES")));
+    m_fx->manager()->setConnectionSettings(saved);
+    QCOMPARE(reply.status, 503);
+    QCOMPARE(reply.errorCode(), int(Response::RE_BadDatabase));
+    // The connection survived the wait and serves the next request.
+    QCOMPARE(HttpReply::parse(worker.buildResponse(QStringLiteral("GET"), QUrl(QStringLiteral("http://h/webapi/info")),
+                                                   m_fx->terminalHeaders(), QByteArray()))
+                 .status,
+             200);
 }
 
 QTEST_GUILESS_MAIN(TestSpine)

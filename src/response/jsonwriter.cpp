@@ -1,0 +1,320 @@
+#include "response/jsonwriter.h"
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QJsonValue>
+#include <QLocale>
+#include <QVariant>
+
+#include <cmath>
+
+namespace {
+
+char hexDigit(uint value)
+{
+    return char(value < 10 ? '0' + value : 'a' + value - 10);
+}
+
+} // namespace
+
+JsonWriter::JsonWriter(bool indented)
+    : m_indented(indented)
+{
+}
+
+void JsonWriter::beginObject()
+{
+    open('{');
+}
+
+void JsonWriter::endObject()
+{
+    close('}');
+}
+
+void JsonWriter::beginArray()
+{
+    open('[');
+}
+
+void JsonWriter::endArray()
+{
+    close(']');
+}
+
+JsonWriter &JsonWriter::key(const char *latin1)
+{
+#ifndef QT_NO_DEBUG
+    checkKeyOrder(QString::fromLatin1(latin1));
+#endif
+    beforeValue();
+    m_out += '"';
+    m_out += latin1;
+    m_out += m_indented ? "\": " : "\":";
+    m_afterKey = true;
+    return *this;
+}
+
+JsonWriter &JsonWriter::key(const QString &name)
+{
+#ifndef QT_NO_DEBUG
+    checkKeyOrder(name);
+#endif
+    beforeValue();
+    m_out += '"';
+    escaped(name);
+    m_out += m_indented ? "\": " : "\":";
+    m_afterKey = true;
+    return *this;
+}
+
+void JsonWriter::null()
+{
+    beforeValue();
+    m_out += "null";
+}
+
+void JsonWriter::boolean(bool value)
+{
+    beforeValue();
+    m_out += value ? "true" : "false";
+}
+
+void JsonWriter::number(double value)
+{
+    beforeValue();
+    if (!std::isfinite(value)) {
+        m_out += "null";
+    } else if (value != std::trunc(value) || std::fabs(value) >= 0x1p64) {
+        // Qt takes the shorter of the plain and the exponent form here.
+        m_out += QByteArray::number(value, 'g', QLocale::FloatingPointShortest);
+    } else if (std::fabs(value) < 0x1p53) {
+        // Whole numbers, most of what rows hold, exactly; -0.0 becomes 0 as in Qt.
+        m_out += QByteArray::number(qint64(value));
+    } else {
+        // Whole numbers below 2^64 never in exponent form: 1e19 is 10000000000000000000.
+        m_out += QByteArray::number(value, 'f', QLocale::FloatingPointShortest);
+    }
+}
+
+void JsonWriter::string(const QString &value)
+{
+    beforeValue();
+    m_out += '"';
+    escaped(value);
+    m_out += '"';
+}
+
+void JsonWriter::variant(const QVariant &value)
+{
+    switch (value.userType()) {
+    case QMetaType::UnknownType:
+    case QMetaType::Nullptr:
+        null();
+        break;
+    case QMetaType::Bool:
+        boolean(value.toBool());
+        break;
+    case QMetaType::Int:
+    case QMetaType::UInt:
+    case QMetaType::LongLong:
+    case QMetaType::Double:
+        number(value.toDouble());
+        break;
+    case QMetaType::QString:
+        string(value.toString());
+        break;
+    case QMetaType::QVariantMap: {
+        const QVariantMap map = value.toMap();
+        beginObject();
+        for (auto it = map.cbegin(); it != map.cend(); ++it) {
+            key(it.key());
+            variant(it.value());
+        }
+        endObject();
+        break;
+    }
+    case QMetaType::QVariantList: {
+        const QVariantList list = value.toList();
+        beginArray();
+        for (const QVariant &item : list)
+            variant(item);
+        endArray();
+        break;
+    }
+    default:
+        // Dates, bytes and the rest: converted by Qt itself, as a value inside a list is.
+        jsonValue(QJsonArray::fromVariantList({value}).first());
+        break;
+    }
+}
+
+void JsonWriter::stored(const QVariant &value)
+{
+    if (value.isNull())
+        null();
+    else
+        variant(value);
+}
+
+void JsonWriter::jsonValue(const QJsonValue &value)
+{
+    switch (value.type()) {
+    case QJsonValue::Bool:
+        boolean(value.toBool());
+        break;
+    case QJsonValue::Double:
+        number(value.toDouble());
+        break;
+    case QJsonValue::String:
+        string(value.toString());
+        break;
+    case QJsonValue::Array: {
+        beginArray();
+        for (const QJsonValue &item : value.toArray())
+            jsonValue(item);
+        endArray();
+        break;
+    }
+    case QJsonValue::Object: {
+        const QJsonObject object = value.toObject();
+        beginObject();
+        for (auto it = object.constBegin(); it != object.constEnd(); ++it) {
+            key(it.key());
+            jsonValue(it.value());
+        }
+        endObject();
+        break;
+    }
+    default:
+        null();
+        break;
+    }
+}
+
+QByteArray JsonWriter::take()
+{
+    m_counts.clear();
+#ifndef QT_NO_DEBUG
+    m_lastKeys.clear();
+#endif
+    m_afterKey = false;
+    QByteArray out;
+    out.swap(m_out);
+    return out;
+}
+
+QVariant JsonWriter::takeBody()
+{
+    return QVariant::fromValue(JsonText{take()});
+}
+
+void JsonWriter::beforeValue()
+{
+    if (m_afterKey) {
+        m_afterKey = false;
+        return;
+    }
+    if (m_counts.isEmpty())
+        return;
+    int &count = m_counts.last();
+    if (count++ > 0)
+        m_out += m_indented ? ",\n" : ",";
+    indent(m_counts.size());
+}
+
+void JsonWriter::open(char bracket)
+{
+    beforeValue();
+    m_out += bracket;
+    if (m_indented)
+        m_out += '\n';
+    m_counts.append(0);
+#ifndef QT_NO_DEBUG
+    m_lastKeys.append(QString());
+#endif
+}
+
+void JsonWriter::close(char bracket)
+{
+#ifndef QT_NO_DEBUG
+    m_lastKeys.removeLast();
+#endif
+    const int count = m_counts.takeLast();
+    if (count > 0 && m_indented)
+        m_out += '\n';
+    indent(m_counts.size());
+    m_out += bracket;
+    if (m_counts.isEmpty() && m_indented)
+        m_out += '\n';
+}
+
+#ifndef QT_NO_DEBUG
+void JsonWriter::checkKeyOrder(const QString &name)
+{
+    // A QVariantMap's order, which the bytes on the wire have always had.
+    Q_ASSERT_X(m_counts.last() == 0 || m_lastKeys.last() < name, "JsonWriter::key", qPrintable(name));
+    m_lastKeys.last() = name;
+}
+#endif
+
+void JsonWriter::indent(int depth)
+{
+    if (m_indented)
+        m_out.append(4 * depth, ' ');
+}
+
+void JsonWriter::escaped(const QString &text)
+{
+    // Room for the worst case, every unit escaped as \uXXXX; cut back to what was written.
+    const int start = m_out.size();
+    m_out.resize(start + 6 * text.size());
+    char *out = m_out.data() + start;
+    const ushort *in = text.utf16();
+    const ushort *const end = in + text.size();
+    while (in != end) {
+        const uint u = *in++;
+        if (u < 0x80) {
+            if (u >= 0x20 && u != '"' && u != '\\') {
+                *out++ = char(u);
+                continue;
+            }
+            *out++ = '\\';
+            switch (u) {
+            case '"': *out++ = '"'; break;
+            case '\\': *out++ = '\\'; break;
+            case '\b': *out++ = 'b'; break;
+            case '\f': *out++ = 'f'; break;
+            case '\n': *out++ = 'n'; break;
+            case '\r': *out++ = 'r'; break;
+            case '\t': *out++ = 't'; break;
+            default:
+                *out++ = 'u';
+                *out++ = '0';
+                *out++ = '0';
+                *out++ = hexDigit(u >> 4);
+                *out++ = hexDigit(u & 0xf);
+            }
+        } else if (u < 0x800) {
+            *out++ = char(0xc0 | (u >> 6));
+            *out++ = char(0x80 | (u & 0x3f));
+        } else if (!QChar::isSurrogate(u)) {
+            *out++ = char(0xe0 | (u >> 12));
+            *out++ = char(0x80 | ((u >> 6) & 0x3f));
+            *out++ = char(0x80 | (u & 0x3f));
+        } else if (QChar::isHighSurrogate(u) && in != end && QChar::isLowSurrogate(*in)) {
+            const uint ucs4 = QChar::surrogateToUcs4(ushort(u), *in++);
+            *out++ = char(0xf0 | (ucs4 >> 18));
+            *out++ = char(0x80 | ((ucs4 >> 12) & 0x3f));
+            *out++ = char(0x80 | ((ucs4 >> 6) & 0x3f));
+            *out++ = char(0x80 | (ucs4 & 0x3f));
+        } else {
+            // A lone surrogate has no UTF-8 form: Qt writes its escape.
+            *out++ = '\\';
+            *out++ = 'u';
+            for (int shift = 12; shift >= 0; shift -= 4)
+                *out++ = hexDigit((u >> shift) & 0xf);
+        }
+    }
+    m_out.resize(int(out - m_out.constData()));
+}
