@@ -255,7 +255,7 @@ QString HostConfig::helpText(const EnviroSettings &settings)
         "Keys:\n");
     const auto addLine = [&](const char *keyText, const QString &meaning, const QString &fallback) {
         const QString key = QString::fromLatin1(keyText);
-        QString line = QStringLiteral("  %1 %2 %3").arg(key, -16).arg(settings.environmentKey(key), -24).arg(meaning);
+        QString line = QStringLiteral("  %1 %2 %3").arg(key, -25).arg(settings.environmentKey(key), -32).arg(meaning);
         if (!fallback.isEmpty())
             line += QStringLiteral(" [%1]").arg(fallback);
         help += line + QLatin1Char('\n');

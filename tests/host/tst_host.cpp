@@ -298,6 +298,13 @@ void TestHost::tlsConnections()
     QCOMPARE(curl({"-o", "/dev/null", "-w", "%{http_code}",
                    tlsUrl("/healthz")}),
              QByteArray("200"));
+    // A burst of failed handshakes costs a line or two (with the count of the rest), not one each.
+    const int logStart = m_tls.log().size();
+    for (int i = 0; i < 10; ++i) {
+        HttpConnection client(m_tls.port());
+        QVERIFY(client.send(HttpConnection::format("GET", "/healthz")) && client.waitForClose(5000));
+    }
+    QVERIFY(m_tls.log().mid(logStart).count("TLS handshake failed") <= 2);
 }
 
 void TestHost::tlsPolicy_data()
@@ -331,19 +338,14 @@ void TestHost::tlsPolicy()
 void TestHost::tlsReloadedOnHangup()
 {
     QTemporaryDir dir;
-    const auto make = [&dir](const QString &name) {
-        return run("openssl", QString("req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -keyout %1 -out %2 "
-                                      "-days 2 -subj /CN=%3")
-                                  .arg(dir.filePath(name + "-key.pem"), dir.filePath(name + ".pem"), name)
-                                  .split(' '));
-    };
-    QVERIFY(make("first") && make("second"));
     const QString cert = dir.filePath("cert.pem");
     const QString key = dir.filePath("key.pem");
+    // A new pair in place of the old, its name as the common name.
     const auto install = [&](const QString &name) {
-        QFile::remove(cert);
-        QFile::remove(key);
-        return QFile::copy(dir.filePath(name + ".pem"), cert) && QFile::copy(dir.filePath(name + "-key.pem"), key);
+        return run("openssl", QString("req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -keyout %1 -out %2 "
+                                      "-days 2 -subj /CN=%3")
+                                  .arg(key, cert, name)
+                                  .split(' '));
     };
     const auto commonName = [](const HttpConnection &connection) {
         return connection.peerCertificate().subjectInfo(QSslCertificate::CommonName).value(0);
@@ -670,13 +672,17 @@ void TestHost::outOfDescriptors()
     QTest::qWait(1000);
     burst.clear();
     QVERIFY(host.waitForLog("accepting again after"));
-    const QByteArray log = host.log();
-    QCOMPARE(log.count("pausing new connections"), 1);
-    const QRegularExpression attempts("accepting again after (\\d+) failed attempts");
-    const int failed = attempts.match(QString::fromUtf8(log)).captured(1).toInt();
-    QVERIFY2(failed >= 1 && failed <= 100, qPrintable(QString::number(failed)));
     QCOMPARE(kept.reply("GET", "/webapi/info", m_a->terminalHeaders()).status, 200);
     QCOMPARE(HttpConnection(host.port()).reply("GET", "/webapi/info", m_a->terminalHeaders()).status, 200);
+    // One line per pause (the backlog may fill the table again once), and few attempts in all.
+    const QString log = QString::fromUtf8(host.log());
+    int pauses = 0;
+    int attempts = 0;
+    auto resumed = QRegularExpression("accepting again after (\\d+) failed attempts").globalMatch(log);
+    for (; resumed.hasNext(); ++pauses)
+        attempts += resumed.next().captured(1).toInt();
+    QCOMPARE(log.count("pausing new connections"), pauses);
+    QVERIFY2(attempts >= 1 && attempts <= 100, qPrintable(log));
     QCOMPARE(host.process().state(), QProcess::Running);
 }
 
