@@ -131,7 +131,7 @@ std::string Metrics::text(const Gauges &gauges) const
     out << "webapi_queue_depth " << gauges.queueDepth << '\n';
     head("webapi_open_connections", "gauge", "Client connections open.");
     out << "webapi_open_connections " << gauges.openConnections << '\n';
-    head("webapi_customer_connections", "gauge", "Database connections held for customers.");
+    head("webapi_customer_connections", "gauge", "Customer database connections the worker threads keep.");
     out << "webapi_customer_connections " << gauges.customerConnections << '\n';
     return out.str();
 }
