@@ -31,7 +31,7 @@ set(CPACK_DEBIAN_PACKAGE_SECTION net)
 # Libraries from dpkg-shlibdeps; what is loaded at run time, or run by webapi-add-customer, by name.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libqt5sql5-mysql, mariadb-client | default-mysql-client")
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+# Private libraries (no soname): the host finds them by its RUNPATH, no ldconfig needed.
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/postinst)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 include(CPack)
