@@ -41,6 +41,11 @@ std::string windowKey(const std::string &client, const std::string &customer)
 
 } // namespace
 
+bool AuthThrottle::isRefusedKey(const QByteArray &response)
+{
+    return guessIn(response) == Guess::Key;
+}
+
 AuthThrottle::AuthThrottle(int limit)
     : m_limit(limit)
 {

@@ -25,6 +25,8 @@ public:
     int retryAfter(const std::string &client, const std::string &customer, Clock::time_point now = Clock::now());
     // Counts the plug-in's `response` when it refused a guess: a key or scheme, or a customer
     // token the InfoDB does not know.
+    // Whether the plug-in's `response` refused a client key or scheme (not a missing licence).
+    static bool isRefusedKey(const QByteArray &response);
     void recordResponse(const std::string &client, const std::string &customer, const QByteArray &response,
                         Clock::time_point now = Clock::now());
 

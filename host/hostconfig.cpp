@@ -2,6 +2,9 @@
 
 #include "settings/envirosettings.h"
 
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
 #include <QHostAddress>
 #include <QThread>
 #include <QUrl>
@@ -22,9 +25,9 @@ const KeyInfo kKeys[] = {
     {"listen/address", "127.0.0.1", "address to listen on"},
     {"listen/port", "8080", "TCP port; 0 picks a free one (the start line names it)"},
     {"listen/insecure", "false", "true: allow plain HTTP on a non-loopback address (keys travel in clear)"},
-    {"threads", "", "worker threads, each serving its own customers (default: CPU count, at least 2)"},
+    {"threads", "", "worker threads; each takes the next request of any customer (default: CPU count, at least 2)"},
     {"io/threads", "", "threads that read and write connections (default: 1 per 4 workers, at least 1)"},
-    {"plugin", WEBAPI_DEFAULT_PLUGIN, "path of the plug-in file"},
+    {"plugin", nullptr, "path of the plug-in file (default: the installed one beside this host, else the built one)"},
     {"infodb/host", "127.0.0.1", "InfoDB server; customer databases live on the same server"},
     {"infodb/port", "3306", "InfoDB port"},
     {"infodb/name", "infodb", "InfoDB database name"},
@@ -35,9 +38,13 @@ const KeyInfo kKeys[] = {
     {"zmtdb/name", "", "master database name; empty: none"},
     {"zmtdb/user", "", "master database user (default: the InfoDB's)"},
     {"zmtdb/password", "", "master database password (default: the InfoDB's)"},
+    {"metrics/listen", "on", "GET /metrics: on (beside the API), off, or ADDRESS:PORT to serve it there alone"},
+    {"log/format", "text", "text: access lines as text; json: every line one JSON object"},
     {"debug/level", "0", "0 to 3: trace lines of the plug-in and the connection manager"},
     {"limits/body", "16777216", "largest request body in bytes; larger ones get 413"},
     {"limits/timeout", "30", "seconds to receive a whole request or write a response"},
+    {"queue/depth", "100", "requests waiting for a free worker; more get 503 with Retry-After"},
+    {"queue/deadline", "10", "seconds a request may wait for a worker; later it gets 503 and never runs"},
     {"auth/failures", "10", "failed authentications per client and customer and minute before 429 (0: no limit)"},
     {"proxy/trusted", "", "comma-separated addresses of proxies whose X-Forwarded-For names the client"},
     {"limits/connections", "10000", "open connections in total; more are closed at once"},
@@ -46,6 +53,19 @@ const KeyInfo kKeys[] = {
     {"tls/key", "", "PEM private key of tls/certificate"},
     {"webhook/url", "", "URL that gets a JSON POST per created record; empty: none"},
 };
+
+// An installed or unpacked host (bin/ beside lib/) finds its own plug-in; the build tree's
+// is known by its absolute path.
+QString defaultPlugin()
+{
+    const QString installed = QCoreApplication::applicationDirPath() + QStringLiteral("/../" WEBAPI_INSTALLED_PLUGIN);
+    return QFileInfo::exists(installed) ? QDir::cleanPath(installed) : QStringLiteral(WEBAPI_DEFAULT_PLUGIN);
+}
+
+QString defaultText(const KeyInfo &info)
+{
+    return info.defaultText ? QString::fromUtf8(info.defaultText) : defaultPlugin();
+}
 
 // The database connections' bounds, in seconds; their defaults are those of ConnectionSettings.
 struct BoundKey
@@ -76,7 +96,7 @@ QString text(EnviroSettings &settings, const char *key)
 {
     const auto found = std::find_if(std::begin(kKeys), std::end(kKeys),
                                     [key](const KeyInfo &info) { return qstrcmp(info.key, key) == 0; });
-    return text(settings, key, QString::fromUtf8(found->defaultText));
+    return text(settings, key, defaultText(*found));
 }
 
 bool number(const QString &value, const char *key, qint64 min, qint64 max, qint64 *out, QString *error)
@@ -144,6 +164,21 @@ bool HostConfig::load(EnviroSettings &settings, HostConfig *config, QString *err
         c.zmtDb.password = text(settings, "zmtdb/password");
     }
 
+    c.metricsListen = text(settings, "metrics/listen");
+    if (c.metricsListen != QLatin1String("on") && c.metricsListen != QLatin1String("off")) {
+        const int colon = c.metricsListen.lastIndexOf(QLatin1Char(':'));
+        const uint port = c.metricsListen.mid(colon + 1).toUInt();
+        if (colon < 1 || QHostAddress(c.metricsListen.left(colon)).isNull() || port == 0 || port > 65535) {
+            *error = QStringLiteral("setting metrics/listen must be on, off or ADDRESS:PORT, not '%1'").arg(c.metricsListen);
+            return false;
+        }
+    }
+    const QString logFormat = text(settings, "log/format");
+    if (logFormat != QLatin1String("text") && logFormat != QLatin1String("json")) {
+        *error = QStringLiteral("setting log/format must be text or json, not '%1'").arg(logFormat);
+        return false;
+    }
+    c.logFormat = logFormat == QLatin1String("json") ? LogFormat::Json : LogFormat::Text;
     if (!number(settings, "debug/level", 0, 3, &n, error))
         return false;
     c.debugLevel = quint8(n);
@@ -153,6 +188,12 @@ bool HostConfig::load(EnviroSettings &settings, HostConfig *config, QString *err
     if (!number(settings, "limits/timeout", 1, 3600, &n, error))
         return false;
     c.timeoutSeconds = int(n);
+    if (!number(settings, "queue/depth", 0, 1000000, &n, error))
+        return false;
+    c.queueDepth = int(n);
+    if (!number(settings, "queue/deadline", 1, 3600, &n, error))
+        return false;
+    c.deadlineSeconds = int(n);
     if (!number(settings, "auth/failures", 0, 1000000, &n, error))
         return false;
     c.authFailures = int(n);
@@ -212,22 +253,23 @@ QString HostConfig::helpText(const EnviroSettings &settings)
         "prefix webapi, '/' turned into '_', in capitals (listen/port: WEBAPI_LISTEN_PORT).\n"
         "\n"
         "Keys:\n");
-    const auto addLine = [&](const char *keyText, const QString &meaning, const QString &defaultText) {
+    const auto addLine = [&](const char *keyText, const QString &meaning, const QString &fallback) {
         const QString key = QString::fromLatin1(keyText);
         QString line = QStringLiteral("  %1 %2 %3").arg(key, -25).arg(settings.environmentKey(key), -32).arg(meaning);
-        if (!defaultText.isEmpty())
-            line += QStringLiteral(" [%1]").arg(defaultText);
+        if (!fallback.isEmpty())
+            line += QStringLiteral(" [%1]").arg(fallback);
         help += line + QLatin1Char('\n');
     };
     for (const KeyInfo &info : kKeys)
-        addLine(info.key, QString::fromUtf8(info.meaning), QString::fromUtf8(info.defaultText));
+        addLine(info.key, QString::fromUtf8(info.meaning), defaultText(info));
     for (const BoundKey &bound : kBounds)
         addLine(bound.key, QString::fromUtf8(bound.meaning), QString::number(ConnectionSettings().*bound.field));
     help += QStringLiteral(
         "\n"
-        "GET /healthz answers 200 while the InfoDB answers. SIGINT or SIGTERM stop the host\n"
-        "after the requests in flight; SIGHUP reloads the TLS certificate and key. An InfoDB\n"
-        "that does not answer at start is retried. Exit status 2: bad settings, or the plug-in\n"
-        "or the InfoDB login is unusable.\n");
+        "GET /docs is the API reference; GET /metrics the Prometheus metrics (metrics/listen).\n"
+        "GET /healthz answers 200 while the InfoDB answers. SIGINT or SIGTERM stop the host:\n"
+        "requests running are answered, those waiting get 503. SIGHUP reloads the TLS\n"
+        "certificate and key. An InfoDB that does not answer at start is retried. Exit status\n"
+        "2: bad settings, or the plug-in or the InfoDB login is unusable.\n");
     return help;
 }

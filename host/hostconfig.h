@@ -1,6 +1,7 @@
 #ifndef HOSTCONFIG_H
 #define HOSTCONFIG_H
 
+#include "hostlog.h"
 #include "settings/connectionsettings.h"
 
 #include <QString>
@@ -30,9 +31,13 @@ struct HostConfig
     QString plugin;
     DbConfig infoDb;
     DbConfig zmtDb;          // master database; name empty: none
+    QString metricsListen;   // "on": beside the API; "off"; or "address:port" of its own
+    LogFormat logFormat = LogFormat::Text;
     quint8 debugLevel = 0;
     qint64 bodyLimit = 0;    // bytes
     int timeoutSeconds = 0;  // to receive one whole request, and to write one response
+    int queueDepth = 0;      // requests waiting for a free worker before 503
+    int deadlineSeconds = 0; // a request still waiting this long gets 503 and never runs
     int authFailures = 0;    // per client and customer and minute before 429; 0: unlimited
     QStringList trustedProxies;  // their X-Forwarded-For names the client
     int maxConnections = 0;        // open connections in total

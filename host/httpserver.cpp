@@ -1,8 +1,14 @@
 #include "httpserver.h"
 
 #include "hostlog.h"
+#include "apireference.h"
 #include "listener.h"
+#include "metricslistener.h"
+#include "serverresponses.h"
 #include "session.h"
+#include "workerpool.h"
+
+#include "database/dbmanager.h"
 
 #include <csignal>
 
@@ -20,6 +26,7 @@ HttpServer::HttpServer(const HostConfig &config, WorkerPool &pool, const QString
     , m_pool(pool)
     , m_throttle(config.authFailures)
     , m_proxies(config.trustedProxies)
+    , m_metrics(ApiReference::routes())
     , m_ioc(config.ioThreads)
     , m_signals(m_ioc, SIGINT, SIGTERM)
     , m_hangup(m_ioc, SIGHUP)
@@ -54,7 +61,35 @@ bool HttpServer::listen(QString *error)
         return false;
     }
     m_baseUrl = QStringLiteral("%1://%2:%3").arg(QLatin1String(m_tls ? "https" : "http"), m_config.address).arg(port()).toUtf8();
+    return listenForMetrics(error);
+}
+
+bool HttpServer::listenForMetrics(QString *error)
+{
+    if (m_config.metricsListen == QLatin1String("on") || m_config.metricsListen == QLatin1String("off"))
+        return true;
+    const int colon = m_config.metricsListen.lastIndexOf(QLatin1Char(':'));
+    boost::beast::error_code ec;
+    const auto address = net::ip::make_address(m_config.metricsListen.left(colon).toStdString(), ec);
+    m_metricsListener = std::make_shared<MetricsListener>(m_ioc, [this] { return metricsPage(false); });
+    if (ec || !m_metricsListener->open({address, m_config.metricsListen.mid(colon + 1).toUShort()}, ec)) {
+        *error = QStringLiteral("cannot listen on %1 (setting metrics/listen): %2")
+                     .arg(m_config.metricsListen, QString::fromStdString(ec.message()));
+        return false;
+    }
     return true;
+}
+
+std::string HttpServer::metricsPage(bool keepAlive)
+{
+    Metrics::Gauges gauges;
+    gauges.queueDepth = m_pool.queued();
+    gauges.customerConnections = DBManager::customerConnectionCount();
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        gauges.openConnections = int(m_sessions.size());
+    }
+    return ServerResponses::page("text/plain; version=0.0.4; charset=utf-8", m_metrics.text(gauges), keepAlive);
 }
 
 unsigned short HttpServer::port() const
@@ -74,6 +109,8 @@ void HttpServer::start(std::function<void()> stopped)
     });
     awaitHangup();
     m_listener->run();
+    if (m_metricsListener)
+        m_metricsListener->run();
     for (int i = 0; i < m_config.ioThreads; ++i)
         m_threads.emplace_back([this] { m_ioc.run(); });
 }
@@ -129,6 +166,10 @@ void HttpServer::beginStop()
 {
     m_stopping = true;
     m_listener->stop();
+    if (m_metricsListener)
+        m_metricsListener->stop();
+    // Before the sessions hear of the stop: what waits for a worker is theirs to answer.
+    m_pool.close();
     std::vector<std::shared_ptr<Session>> sessions;
     {
         std::lock_guard<std::mutex> lock(m_mutex);

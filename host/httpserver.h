@@ -3,6 +3,7 @@
 
 #include "auththrottle.h"
 #include "hostconfig.h"
+#include "metrics.h"
 #include "tlscontext.h"
 #include "trustedproxies.h"
 
@@ -25,6 +26,7 @@
 #include <vector>
 
 class Listener;
+class MetricsListener;
 class Session;
 class WorkerPool;
 
@@ -50,6 +52,10 @@ public:
     bool servesPath(const std::string &path) const;
     const QByteArray &baseUrl() const { return m_baseUrl; }
     AuthThrottle &throttle() { return m_throttle; }
+    Metrics &metrics() { return m_metrics; }
+    bool metricsBesideApi() const { return m_config.metricsListen == QLatin1String("on"); }
+    // The whole answer to GET /metrics.
+    std::string metricsPage(bool keepAlive);
     const TrustedProxies &proxies() const { return m_proxies; }
     // The certificate and key of tls/*; null when the host speaks plain HTTP.
     TlsContext *tls() const { return m_tls.get(); }
@@ -61,6 +67,7 @@ private:
     void beginStop();
     void finishIfDone();
     void awaitHangup();
+    bool listenForMetrics(QString *error);
 
     const HostConfig m_config;
     WorkerPool &m_pool;
@@ -70,6 +77,7 @@ private:
     AuthThrottle m_throttle;
     const TrustedProxies m_proxies;
     std::unique_ptr<TlsContext> m_tls;
+    Metrics m_metrics;
 
     // Declared before the io_context: handlers it destroys may still end sessions.
     std::mutex m_mutex;
@@ -83,6 +91,7 @@ private:
     boost::asio::signal_set m_hangup;
     boost::asio::steady_timer m_deadline;
     std::shared_ptr<Listener> m_listener;
+    std::shared_ptr<MetricsListener> m_metricsListener;  // metrics/listen=ADDRESS:PORT
     std::vector<std::thread> m_threads;
 };
 

@@ -1,5 +1,7 @@
 #include "httpsession.h"
 
+#include "accesslog.h"
+#include "apireference.h"
 #include "auththrottle.h"
 #include "hostlog.h"
 #include "httpserver.h"
@@ -24,17 +26,12 @@ namespace {
 
 const std::uint32_t kHeaderLimit = 16 * 1024;
 const std::chrono::seconds kDrainTime(1);
+// For a request the host would not run: soon, as the reason (a full queue, a stop) passes.
+const int kRetryAfterSeconds = 1;
 
 QString text(beast::string_view view)
 {
     return QString::fromUtf8(view.data(), int(view.size()));
-}
-
-int statusOf(const QByteArray &response)
-{
-    // "HTTP/1.1 200 OK": the three digits after the first blank.
-    const int blank = response.indexOf(' ');
-    return blank < 0 ? 0 : response.mid(blank + 1, 3).toInt();
 }
 
 } // namespace
@@ -82,7 +79,12 @@ void HttpSession<Stream>::stopIfIdle()
 {
     net::post(m_stream.get_executor(), [self = this->shared_from_this()] {
         if (self->m_reading && !self->m_parser->got_some())
-            self->closeSocket();
+            return self->closeSocket();
+        if (self->giveUp()) {
+            // Not started: the client may send it again to a host that runs.
+            self->stopWaiting();
+            self->answer(QByteArray::fromStdString(ServerResponses::busy(kRetryAfterSeconds)), false);
+        }
     });
 }
 
@@ -105,6 +107,7 @@ void HttpSession<Stream>::onRead(beast::error_code ec, std::size_t)
 {
     m_reading = false;
     m_clock.start();
+    m_requestId.clear();
     if (ec)
         return failedRead(ec);
     handleRequest();
@@ -147,6 +150,7 @@ void HttpSession<Stream>::handleRequest()
     m_method = std::string(request.method_string());
     const beast::string_view target = request.target();
     m_path = std::string(target.substr(0, target.find('?')));
+    m_requestId = AccessLog::clientRequestId(request[AccessLog::kRequestIdHeader]);
     const bool keepAlive = request.keep_alive();
     std::string forwardedFor;
     const auto forwarded = request.equal_range("X-Forwarded-For");
@@ -157,6 +161,12 @@ void HttpSession<Stream>::handleRequest()
         return dispatchToPlugin(request);
     if (request.method() == http::verb::get && m_path == "/healthz")
         return probeHealth(keepAlive);
+    if (request.method() == http::verb::get && m_path == "/metrics" && m_server.metricsBesideApi())
+        return answer(QByteArray::fromStdString(m_server.metricsPage(keepAlive)), keepAlive);
+    if (request.method() == http::verb::get && m_path == "/docs")
+        return answer(QByteArray::fromStdString(ServerResponses::page("text/html; charset=utf-8", ApiReference::page(),
+                                                                      keepAlive)),
+                      keepAlive);
     answer(QByteArray::fromStdString(ServerResponses::notFound(keepAlive)), keepAlive);
 }
 
@@ -176,14 +186,73 @@ void HttpSession<Stream>::dispatchToPlugin(const Request &request)
     // A token the InfoDB could read as SQL never reaches a worker.
     if (!DBManager::isValidToken(token))
         return answer(QByteArray::fromStdString(ServerResponses::invalidToken()), keepAlive);
-    m_server.pool().submit(token,
-                           [self = this->shared_from_this(), method, url, lines, body, keepAlive, token](HttpPluginWorker *worker) {
+    auto taken = std::make_shared<std::atomic<bool>>(false);
+    const bool queued = m_server.pool().submit([self = this->shared_from_this(), taken, method, url, lines, body,
+                                                keepAlive, token](HttpPluginWorker *worker) {
+        if (taken->exchange(true))
+            return;  // given up while it waited: answered already, or nobody is listening
         QByteArray response = worker->buildResponse(method, url, lines, body);
         net::post(self->m_stream.get_executor(), [self, response = std::move(response), keepAlive, token]() mutable {
+            self->stopWaiting();
             self->m_server.throttle().recordResponse(self->m_client, token.toStdString(), response);
             self->answer(std::move(response), keepAlive);
         });
     });
+    if (!queued)
+        return answer(QByteArray::fromStdString(ServerResponses::busy(kRetryAfterSeconds)), keepAlive && !m_server.stopping());
+    m_taken = taken;
+    m_keepAlive = keepAlive;
+    m_deadline.expires_after(std::chrono::seconds(m_server.config().deadlineSeconds));
+    m_deadline.async_wait(beast::bind_front_handler(&HttpSession::onDeadline, this->shared_from_this(), taken));
+    watchClient();
+}
+
+template <class Stream>
+void HttpSession<Stream>::watchClient()
+{
+    // Readable while nothing is expected: the client closed, or sent the next request early.
+    tcp().socket().async_wait(net::socket_base::wait_read,
+                              beast::bind_front_handler(&HttpSession::onClientReadable, this->shared_from_this(), m_taken));
+}
+
+template <class Stream>
+void HttpSession<Stream>::onClientReadable(const std::shared_ptr<std::atomic<bool>> &taken, beast::error_code ec)
+{
+    if (ec || taken != m_taken)
+        return;  // answered meanwhile
+    beast::error_code ignored;
+    if (tcp().socket().available(ignored) > 0)
+        return;  // a pipelined request: it waits in the socket for its turn
+    if (!giveUp())
+        return;  // running: its answer meets the closed socket
+    stopWaiting();
+    m_out = "HTTP/1.1 499";
+    logAccess(0);
+    closeSocket();
+}
+
+template <class Stream>
+void HttpSession<Stream>::onDeadline(const std::shared_ptr<std::atomic<bool>> &taken, beast::error_code ec)
+{
+    if (ec || taken != m_taken || !giveUp())
+        return;
+    stopWaiting();
+    answer(QByteArray::fromStdString(ServerResponses::busy(kRetryAfterSeconds)), m_keepAlive && !m_server.stopping());
+}
+
+template <class Stream>
+bool HttpSession<Stream>::giveUp()
+{
+    return m_taken && !m_taken->exchange(true);
+}
+
+template <class Stream>
+void HttpSession<Stream>::stopWaiting()
+{
+    m_taken.reset();
+    m_deadline.cancel();
+    beast::error_code ignored;
+    tcp().socket().cancel(ignored);  // the watch; nothing else is pending while a request waits
 }
 
 template <class Stream>
@@ -199,7 +268,7 @@ void HttpSession<Stream>::probeHealth(bool keepAlive)
 template <class Stream>
 void HttpSession<Stream>::answer(QByteArray response, bool keepAlive)
 {
-    m_out = std::move(response);
+    m_out = m_requestId.empty() ? std::move(response) : AccessLog::withRequestId(response, m_requestId);
     tcp().expires_after(std::chrono::seconds(m_server.config().timeoutSeconds));
     net::async_write(m_stream, net::buffer(m_out.constData(), std::size_t(m_out.size())),
                      beast::bind_front_handler(&HttpSession::onWrite, this->shared_from_this(), keepAlive));
@@ -257,13 +326,11 @@ void HttpSession<Stream>::closeSocket()
 template <class Stream>
 void HttpSession<Stream>::logAccess(std::size_t bytes) const
 {
-    const double ms = m_clock.isValid() ? double(m_clock.nsecsElapsed()) / 1e6 : 0.0;
-    hostLog(QStringLiteral("%1 \"%2 %3\" %4 %5 %6ms")
-                .arg(QString::fromStdString(m_client), QString::fromStdString(m_method),
-                     QString::fromStdString(m_path))
-                .arg(statusOf(m_out))
-                .arg(bytes)
-                .arg(ms, 0, 'f', 1));
+    const double seconds = m_clock.isValid() ? double(m_clock.nsecsElapsed()) / 1e9 : 0.0;
+    const int status = AccessLog::statusOf(m_out);
+    AccessLog::write({m_client, m_method, m_path, m_requestId.empty() ? AccessLog::newRequestId() : m_requestId,
+                      status, bytes, seconds});
+    m_server.metrics().record(m_method, m_path, status, seconds, m_out);
 }
 
 template class HttpSession<PlainStream>;

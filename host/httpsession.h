@@ -7,11 +7,13 @@
 #include <QElapsedTimer>
 
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/ssl/context.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
 #include <boost/beast/ssl/ssl_stream.hpp>
 
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
@@ -36,6 +38,7 @@ public:
         , m_client(m_peer)
         , m_stream(std::move(socket), std::forward<StreamArgs>(streamArgs)...)
         , m_server(server)
+        , m_deadline(m_stream.get_executor())
     {
     }
     ~HttpSession() override;
@@ -53,6 +56,13 @@ private:
     void failedRead(const boost::beast::error_code &ec);
     void handleRequest();
     void dispatchToPlugin(const Request &request);
+    // While a request waits for a worker: its deadline, and a client that goes away.
+    void watchClient();
+    void onClientReadable(const std::shared_ptr<std::atomic<bool>> &taken, boost::beast::error_code ec);
+    void onDeadline(const std::shared_ptr<std::atomic<bool>> &taken, boost::beast::error_code ec);
+    // True when the waiting request is now given up: no worker will run it.
+    bool giveUp();
+    void stopWaiting();
     void probeHealth(bool keepAlive);
     void answer(QByteArray response, bool keepAlive);
     void onWrite(bool keepAlive, boost::beast::error_code ec, std::size_t bytes);
@@ -70,10 +80,16 @@ private:
     std::optional<boost::beast::http::request_parser<boost::beast::http::string_body>> m_parser;
     HttpServer &m_server;
     bool m_reading = false;
+    // The request waiting for a worker, if any: whoever sets the flag first, the worker or
+    // this session giving it up, decides whether it runs.
+    std::shared_ptr<std::atomic<bool>> m_taken;
+    bool m_keepAlive = false;
+    boost::asio::steady_timer m_deadline;
 
     // Of the request being answered, for the access log.
     std::string m_method;
     std::string m_path;
+    std::string m_requestId;  // the client's, echoed in the answer; empty: none came
     QByteArray m_out;
     QElapsedTimer m_clock;
 };

@@ -148,7 +148,7 @@ int serve(QCoreApplication &app, const HostConfig &config)
                      &notifier, SLOT(recordCreated(QString,uint,QString,quint8)));
 
     WorkerPool pool(plugin, &manager, config.debugLevel);
-    pool.start(config.threads, infoDb);
+    pool.start(config.threads, config.queueDepth, infoDb);
     HttpServer server(config, pool, plugin->paths());
     if (!server.listen(&error)) {
         pool.stop();
@@ -200,6 +200,7 @@ int main(int argc, char *argv[])
     if (!HostConfig::load(settings, &config, &error))
         return fail(error);
     g_debugLines = config.debugLevel > 0;
+    setHostLogFormat(config.logFormat);
 
     const int status = serve(app, config);
     for (const char *name : {kInfoConnection, kZmtConnection})

@@ -12,19 +12,39 @@ namespace http = boost::beast::http;
 
 namespace {
 
-std::string make(http::status status, const std::string &text, bool keepAlive, int retryAfter = 0)
+std::string respond(http::status status, const char *contentType, const std::string &body, bool keepAlive,
+                    int retryAfter = 0)
 {
     http::response<http::string_body> response{status, 11};
     response.set(http::field::server, "webapi-host");
     if (retryAfter > 0)
         response.set(http::field::retry_after, std::to_string(retryAfter));
-    response.set(http::field::content_type, "text/plain; charset=utf-8");
+    response.set(http::field::content_type, contentType);
     response.keep_alive(keepAlive);
-    response.body() = text + "\n";
+    response.body() = body;
     response.prepare_payload();
     std::ostringstream out;
     out << response;
     return out.str();
+}
+
+// The host's own short answers: one line of text.
+std::string make(http::status status, const std::string &text, bool keepAlive, int retryAfter = 0)
+{
+    return respond(status, "text/plain; charset=utf-8", text + "\n", keepAlive, retryAfter);
+}
+
+// In the plug-in's error form: its head lines and an indented {"code", "message"} body.
+std::string pluginError(const char *statusLine, int code, const QString &message, int retryAfter = 0)
+{
+    const QByteArray json = QJsonDocument(QJsonObject{{QStringLiteral("code"), code}, {QStringLiteral("message"), message}})
+                                .toJson(QJsonDocument::Indented);
+    QByteArray head = QByteArray("HTTP/1.1 ") + statusLine + "\r\nContent-Type: application/json; charset=\"utf-8\"\r\n"
+        + "Content-Length: " + QByteArray::number(json.size()) + "\r\n";
+    if (retryAfter > 0)
+        head += "Retry-After: " + QByteArray::number(retryAfter) + "\r\n";
+    head += "X-WEBAPI-TMS: " + QByteArray::number(QDateTime::currentSecsSinceEpoch()) + "\r\n\r\n";
+    return (head + json).toStdString();
 }
 
 } // namespace
@@ -33,6 +53,11 @@ std::string ServerResponses::health(bool infoDbAnswers, bool keepAlive)
 {
     return infoDbAnswers ? make(http::status::ok, "ok", keepAlive)
                          : make(http::status::service_unavailable, "InfoDB does not answer", keepAlive);
+}
+
+std::string ServerResponses::page(const char *contentType, const std::string &body, bool keepAlive)
+{
+    return respond(http::status::ok, contentType, body, keepAlive);
 }
 
 std::string ServerResponses::notFound(bool keepAlive)
@@ -68,13 +93,11 @@ std::string ServerResponses::tooManyRequests(int retryAfter, bool keepAlive)
 std::string ServerResponses::invalidToken()
 {
     // The token is not repeated: it is someone else's bytes, possibly crafted.
-    const QByteArray json = QJsonDocument(QJsonObject{{QStringLiteral("code"), 100102},
-                                                      {QStringLiteral("message"), QStringLiteral("Invalid ID 'token'!")}})
-                                .toJson(QJsonDocument::Indented);
-    const QByteArray head = QStringLiteral("HTTP/1.1 400 Bad Request\r\nContent-Type: application/json; "
-                                           "charset=\"utf-8\"\r\nContent-Length: %1\r\nX-WEBAPI-TMS: %2\r\n\r\n")
-                                .arg(json.size())
-                                .arg(QDateTime::currentSecsSinceEpoch())
-                                .toLatin1();
-    return (head + json).toStdString();
+    return pluginError("400 Bad Request", 100102, QStringLiteral("Invalid ID 'token'!"));
+}
+
+std::string ServerResponses::busy(int retryAfter)
+{
+    // No database is named: the request was not looked at.
+    return pluginError("503 Service Unavailable", 100503, QStringLiteral("Database '' not initialized!"), retryAfter);
 }

@@ -8,6 +8,8 @@
 namespace ServerResponses {
 
 std::string health(bool infoDbAnswers, bool keepAlive);
+// 200 with `body` as it is: the reference page, the metrics.
+std::string page(const char *contentType, const std::string &body, bool keepAlive);
 std::string notFound(bool keepAlive);
 std::string badRequest();
 std::string requestTimeout();
@@ -18,6 +20,10 @@ std::string tooManyRequests(int retryAfter, bool keepAlive);
 // A customer token outside the safe characters, refused before dispatch: in the plug-in's
 // own error form (the code of an invalid ID), so clients parse it like any other error.
 std::string invalidToken();
+// A request the host will not run: the queue is full, it waited past its deadline, or the
+// host is stopping. In the plug-in's form of a server that cannot serve now (the code of a
+// database not ready), so clients retry as they do then; Retry-After in seconds.
+std::string busy(int retryAfter);
 
 } // namespace ServerResponses
 

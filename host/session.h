@@ -8,8 +8,8 @@ class Session
 public:
     virtual ~Session() = default;
 
-    // At a graceful stop: a connection waiting for a request is closed; one with a request
-    // in flight finishes it first.
+    // At a graceful stop: a connection waiting for a request is closed; a request waiting
+    // for a worker is answered 503; one running finishes first.
     virtual void stopIfIdle() = 0;
 };
 

@@ -6,8 +6,9 @@
 
 class HttpPluginWorker;
 
-// Lives on one worker thread: jobs are queued to it, and it owns the plug-in worker made
-// there and a connection of its own for health probes.
+// Lives on one thread of the pool: on a worker thread it owns the plug-in worker made there
+// and runs jobs on it; on the probe thread it has no worker and answers health probes on a
+// connection of its own.
 class WorkerContext : public QObject
 {
     Q_OBJECT

@@ -13,6 +13,9 @@
 
 namespace {
 
+// Between thread and token in a customer connection's name.
+const char *const kCustomerConnectionMark = "_dbc_";
+
 const char *boolText(bool value)
 {
     return value ? "TRUE" : "FALSE";
@@ -435,7 +438,14 @@ void DBManager::removeUnusedConnections()
 QString DBManager::connectionNameFor(const QString &token) const
 {
     const QString thread = QString::asprintf("%p", static_cast<void *>(QThread::currentThreadId()));
-    return QStringLiteral("%2_dbc_%1").arg(token, thread);
+    return QStringLiteral("%2%3%1").arg(token, thread, QLatin1String(kCustomerConnectionMark));
+}
+
+int DBManager::customerConnectionCount()
+{
+    const QStringList names = QSqlDatabase::connectionNames();
+    return int(std::count_if(names.begin(), names.end(),
+                             [](const QString &name) { return name.contains(QLatin1String(kCustomerConnectionMark)); }));
 }
 
 bool DBManager::openDatabase(QSqlDatabase &db)

@@ -57,6 +57,8 @@ public:
     // Whether a token (or schema name) may stand inside the InfoDB statements: ASCII letters,
     // digits and "._-" only; empty passes. Anything else is an unknown token, before any SQL.
     static bool isValidToken(const QString &token);
+    // Connections registered for customers, on every thread (for the host's metrics).
+    static int customerConnectionCount();
 
     // The calling thread's handle for the token, configured and NOT opened: whoever uses it
     // opens a clone of its own. The InfoDB is asked once per thread and token, on a handle of

@@ -22,6 +22,8 @@ namespace {
 
 const int kBodyLimit = 100000;
 const int kAuthLimit = 3;
+// Not a power of two: a spread by a hash of the token sent its case variants to two threads.
+const int kThreads = 3;
 
 // Runs openssl or curl to the end; false with the reason logged when it fails.
 bool run(const QString &program, const QStringList &args, QByteArray *out = nullptr)
@@ -57,6 +59,11 @@ private slots:
     void tlsPolicy();
     void tlsReloadedOnHangup();
     void accessLogHidesCredentials();
+    void jsonAccessLog_data();
+    void jsonAccessLog();
+    void metricsCount_data();
+    void metricsCount();
+    void metricsOnTheirOwnPort();
     void craftedTokens_data();
     void craftedTokens();
     void throttle_data();
@@ -66,7 +73,8 @@ private slots:
     void outOfDescriptors();
     void webhookGetsRecordCreated();
     void concurrentCustomers();
-    void sigtermAnswersRequestInFlight();
+    void queuedRequestsGivenUp_data();
+    void queuedRequestsGivenUp();
 
 private:
     struct Customer
@@ -77,6 +85,13 @@ private:
     };
     QByteArray curl(const QStringList &args);
     QString tlsUrl(const char *path) const { return QString("https://127.0.0.1:%1%2").arg(m_tls.port()).arg(path); }
+    // Server sessions in customer A's database, the test's own included.
+    int sessionsOfA() { return m_a->info().scalar(processList("")).toInt(); }
+    int waitingForLockOfA() { return m_a->info().scalar(processList(" AND STATE LIKE 'Waiting for table metadata lock'")).toInt(); }
+    QString processList(const QString &condition) const
+    {
+        return "SELECT COUNT(*) FROM information_schema.PROCESSLIST WHERE DB = '" + m_a->customer().name() + "'" + condition;
+    }
 
     QTemporaryDir m_dir;  // the self-signed certificate and keys
     QScopedPointer<ApiFixture> m_a;
@@ -85,6 +100,8 @@ private:
     Customer m_customerB{};
     HostProcess m_host;
     HostProcess m_tls;
+    HostProcess m_jsonLog;  // JSON access lines, metrics on a port of their own
+    quint16 m_metricsPort = 0;
 };
 
 QByteArray TestHost::curl(const QStringList &args)
@@ -117,7 +134,8 @@ void TestHost::initTestCase()
     m_customerB = {m_b.data(), m_b->addTerminal(1002), addPerson(*m_b)};
     QVERIFY(!m_customerA.person.isEmpty() && !m_customerB.person.isEmpty());
 
-    QVERIFY2(m_host.start(m_a->info().name(), {{"WEBAPI_LIMITS_BODY", QString::number(kBodyLimit)},
+    QVERIFY2(m_host.start(m_a->info().name(), {{"WEBAPI_THREADS", QString::number(kThreads)},
+                                               {"WEBAPI_LIMITS_BODY", QString::number(kBodyLimit)},
                                                {"WEBAPI_LIMITS_TIMEOUT", "2"},
                                                {"WEBAPI_AUTH_FAILURES", QString::number(kAuthLimit)}}),
              m_host.log().constData());
@@ -126,6 +144,13 @@ void TestHost::initTestCase()
                                               {"WEBAPI_LIMITS_TIMEOUT", "2"}}),
              m_tls.log().constData());
     QVERIFY(m_tls.log().contains("listening on https://127.0.0.1:"));
+    QTcpServer probe;  // a free port for the metrics
+    QVERIFY(probe.listen(QHostAddress::LocalHost));
+    m_metricsPort = probe.serverPort();
+    probe.close();
+    QVERIFY2(m_jsonLog.start(m_a->info().name(), {{"WEBAPI_LOG_FORMAT", "json"},
+                                                  {"WEBAPI_METRICS_LISTEN", QString("127.0.0.1:%1").arg(m_metricsPort)}}),
+             m_jsonLog.log().constData());
 }
 
 void TestHost::startFailures_data()
@@ -357,6 +382,107 @@ void TestHost::accessLogHidesCredentials()
     QVERIFY(m_host.waitForLog("127.0.0.1 \"GET /webapi/info\" 200 "));
     QVERIFY(!m_host.log().contains("api-token-secret-in-log"));
     QVERIFY(!m_host.log().contains(ApiFixture::kKey.toUtf8()));
+}
+
+void TestHost::jsonAccessLog_data()
+{
+    QTest::addColumn<QString>("requestId");  // as sent; empty: no header
+    QTest::addColumn<bool>("echoed");
+    QTest::newRow("none") << QString() << false;
+    QTest::newRow("uuid") << "6f1c2a7e-0b4d-4c8e-9a55-3f0d2e1b7c90" << true;
+    QTest::newRow("128 characters") << QString(128, 'r') << true;
+    QTest::newRow("129 characters") << QString(129, 'r') << false;
+    QTest::newRow("unsafe characters") << "id \"x\" <b>;" << false;
+}
+
+void TestHost::jsonAccessLog()
+{
+    QFETCH(QString, requestId);
+    QFETCH(bool, echoed);
+    QStringList headers = m_a->terminalHeaders();
+    if (!requestId.isEmpty())
+        headers << "X-Request-Id: " + requestId;
+    const int logStart = m_jsonLog.log().size();
+    const QByteArray raw = HttpConnection(m_jsonLog.port()).request("GET", "/webapi/info?key=query-secret", headers);
+    QTRY_VERIFY(m_jsonLog.log().mid(logStart).contains("\"status\""));
+    QByteArray expected = testData("spine/info.http");
+    if (echoed)
+        expected.replace("\r\n\r\n", "\r\nX-Request-Id: " + requestId.toUtf8() + "\r\n\r\n");
+    QCOMPARE(maskTms(raw), expected);
+
+    const QList<QByteArray> lines = m_jsonLog.log().mid(logStart).trimmed().split('\n');
+    QCOMPARE(lines.size(), 1);
+    QJsonParseError error{};
+    const QJsonObject line = QJsonDocument::fromJson(lines.first(), &error).object();
+    QVERIFY2(error.error == QJsonParseError::NoError, lines.first().constData());
+    QCOMPARE(line.value("client").toString(), "127.0.0.1");
+    QCOMPARE(line.value("method").toString(), "GET");
+    QCOMPARE(line.value("path").toString(), "/webapi/info");
+    QCOMPARE(line.value("status").toInt(), 200);
+    QCOMPARE(line.value("bytes").toInt(), raw.size());
+    QVERIFY(line.value("duration_ms").toDouble() > 0);
+    QVERIFY(QDateTime::fromString(line.value("time").toString(), Qt::ISODateWithMs).isValid());
+    const QString loggedId = line.value("request_id").toString();
+    QVERIFY(!loggedId.isEmpty());
+    QCOMPARE(loggedId == requestId, echoed);
+}
+
+namespace {
+
+// The value of one series ("name{labels}") in a metrics page; 0 when it is not there yet.
+double metric(const QByteArray &page, const QByteArray &series)
+{
+    for (const QByteArray &line : page.split('\n')) {
+        if (line.startsWith(series + ' '))
+            return line.mid(series.size() + 1).toDouble();
+    }
+    return 0;
+}
+
+} // namespace
+
+void TestHost::metricsCount_data()
+{
+    QTest::addColumn<QByteArray>("path");
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QByteArray>("series");  // each must move by one
+    const QByteArray person = "/webapi/person/" + m_customerA.person.toUtf8();
+    QTest::newRow("route with identifier") << person << ApiFixture::kKey
+                                           << QByteArray("webapi_requests_total{route=\"/webapi/person/{id}\",method=\"GET\",status=\"200\"}");
+    QTest::newRow("duration by route") << person << ApiFixture::kKey
+                                       << QByteArray("webapi_request_duration_seconds_count{route=\"/webapi/person/{id}\"}");
+    QTest::newRow("refused key") << person << "guessed-key-in-metrics" << QByteArray("webapi_failed_authentications_total");
+    QTest::newRow("unknown path") << QByteArray("/webapi/person/" + m_a->token().toUtf8() + "/x") << ApiFixture::kKey
+                                  << QByteArray("webapi_requests_total{route=\"other\",method=\"GET\",status=\"400\"}");
+}
+
+void TestHost::metricsCount()
+{
+    QFETCH(QByteArray, path);
+    QFETCH(QString, key);
+    QFETCH(QByteArray, series);
+    // A client of its own: the refused key must not throttle the other cases.
+    HttpConnection connection(m_host.port(), QHostAddress("127.0.0.21"));
+    const double before = metric(connection.reply("GET", "/metrics").body, series);
+    const QStringList headers{"Pragma: " + m_a->token(), "Authorization: Bearer " + key, "X-ZMT-TID: " + m_customerA.tid};
+    connection.reply("GET", path, headers);
+    const HttpReply page = connection.reply("GET", "/metrics");
+    QCOMPARE(page.header("Content-Type"), QByteArray("text/plain; version=0.0.4; charset=utf-8"));
+    QCOMPARE(metric(page.body, series), before + 1);
+    for (const QString &secret : {m_a->token(), ApiFixture::kKey, key, m_customerA.person, m_customerA.tid})
+        QVERIFY2(!page.body.contains(secret.toUtf8()), qPrintable(secret));
+}
+
+void TestHost::metricsOnTheirOwnPort()
+{
+    QCOMPARE(HttpConnection(m_jsonLog.port()).reply("GET", "/metrics").status, 404);
+    const HttpReply page = HttpConnection(m_metricsPort).reply("GET", "/metrics");
+    QCOMPARE(page.status, 200);
+    for (const char *family : {"webapi_requests_total counter", "webapi_request_duration_seconds histogram",
+                               "webapi_database_errors_total counter", "webapi_throttled_requests_total counter",
+                               "webapi_queue_depth gauge", "webapi_open_connections gauge", "webapi_customer_connections gauge"})
+        QVERIFY2(page.body.contains("# TYPE " + QByteArray(family) + '\n'), family);
+    QCOMPARE(HttpConnection(m_metricsPort).reply("GET", "/webapi/info", m_a->terminalHeaders()).status, 404);
 }
 
 void TestHost::craftedTokens_data()
@@ -609,19 +735,28 @@ void TestHost::webhookGetsRecordCreated()
 void TestHost::concurrentCustomers()
 {
     m_a->customer().exec("DELETE FROM inters_data");
+    // Customer A also by another case of its token and by a second row for its database (a
+    // token rotation): any thread may serve any of them at once.
+    const QString rotated = "token-rotated-" + m_a->customer().name();
+    QVERIFY(m_a->info().exec(QString("INSERT INTO `schemas` (token, name, user, pass, status) SELECT '%1', name, user, pass, "
+                                     "status FROM `schemas` WHERE token = '%2'").arg(rotated, m_a->token())));
+    const QStringList pragmasOfA{"Pragma: " + m_a->token(), "Pragma: " + m_a->token().toUpper() + ":token", "Pragma: " + rotated};
+    const int sessionsBefore = sessionsOfA();
     const int logStart = m_host.log().size();
-    const int clients = 8;
-    const int perClient = 250;
+    const int clients = 10;
+    const int perClient = 200;
     std::atomic<int> malformed{0};
     std::atomic<int> wrong{0};  // not the status or content each request must get
     std::atomic<int> entrances[2] = {{0}, {0}};
     std::vector<std::thread> threads;
     for (int c = 0; c < clients; ++c) {
         const Customer customer = c % 2 ? m_customerB : m_customerA;
-        threads.emplace_back([&, c, customer] {
+        QStringList terminal = customer.fx->terminalHeaders(customer.tid);
+        QStringList admin = customer.fx->adminHeaders("api-token-boss");
+        if (c % 2 == 0)
+            terminal.first() = admin.first() = pragmasOfA.at(c / 2 % pragmasOfA.size());
+        threads.emplace_back([&, c, customer, terminal, admin] {
             HttpConnection connection(m_host.port());
-            const QStringList terminal = customer.fx->terminalHeaders(customer.tid);
-            const QStringList admin = customer.fx->adminHeaders("api-token-boss");
             for (int i = 0; i < perClient; ++i) {
                 HttpReply reply;
                 switch (i % 5) {
@@ -635,7 +770,10 @@ void TestHost::concurrentCustomers()
                         ++entrances[c % 2];
                     break;
                 }
-                case 2: reply = connection.reply("GET", "/webapi/people", terminal); break;
+                case 2:
+                    reply = connection.reply("GET", "/webapi/people", terminal);
+                    wrong += reply.json().array().first().toObject().value("uid").toString() != customer.person;
+                    break;
                 case 3: reply = connection.reply("GET", "/webapi/inters", terminal); break;
                 default:
                     reply = connection.reply("GET", "/webapi/report/daily/0", admin);
@@ -650,38 +788,74 @@ void TestHost::concurrentCustomers()
     }
     for (std::thread &thread : threads)
         thread.join();
+    QCOMPARE(m_host.waitForExit(0), -2);  // still up
     QCOMPARE(malformed.load(), 0);
     QCOMPARE(wrong.load(), 0);
-    // 4 clients x 50 pairs per customer; in half of the pairs the second post repeats the first.
-    const int expected = 4 * (perClient / 5) * 2 - 4 * (perClient / 10);
+    // Per customer, half the clients x 40 pairs; in half of the pairs the second post repeats the first.
+    const int expected = clients / 2 * ((perClient / 5) * 2 - perClient / 10);
     QCOMPARE(entrances[0].load(), expected);
     QCOMPARE(entrances[1].load(), expected);
     QCOMPARE(m_a->customer().scalar("SELECT COUNT(*) FROM inters_data").toInt(), expected);
     QCOMPARE(m_b->customer().scalar("SELECT COUNT(*) FROM inters_data").toInt(), expected);
+    // At most one connection to the database per worker thread, however many requests and tokens.
+    QVERIFY2(sessionsOfA() <= sessionsBefore + kThreads, qPrintable(QString::number(sessionsOfA())));
     const QByteArray log = m_host.log().mid(logStart);
     for (const char *trouble : {"does not belong to the calling thread", "duplicate connection name", "NOT OPEN",
                                 "can NOT open", "SQL ERROR", "SQl ERROR"})
         QVERIFY2(!log.contains(trouble), log.mid(log.indexOf(trouble) - 200, 400).constData());
 }
 
-void TestHost::sigtermAnswersRequestInFlight()
+enum GiveUp { AtStop, PastDeadline, ClientGone };
+Q_DECLARE_METATYPE(GiveUp)
+
+void TestHost::queuedRequestsGivenUp_data()
 {
+    QTest::addColumn<GiveUp>("how");
+    QTest::newRow("at a stop") << AtStop;
+    QTest::newRow("past the deadline") << PastDeadline;
+    QTest::newRow("client gone") << ClientGone;
+}
+
+void TestHost::queuedRequestsGivenUp()
+{
+    QFETCH(GiveUp, how);
     HostProcess host;
-    QVERIFY2(host.start(m_a->info().name()), host.log().constData());
-    // The licence rows are read on every request: holding their table holds the request.
+    QVERIFY2(host.start(m_a->info().name(), {{"WEBAPI_THREADS", "1"}, {"WEBAPI_QUEUE_DEPTH", "1"},
+                                             {"WEBAPI_QUEUE_DEADLINE", how == PastDeadline ? "1" : "3600"}}),
+             host.log().constData());
+    // The licence rows are read on every request: holding their table holds the one worker.
     QVERIFY(m_a->customer().exec("LOCK TABLES vars WRITE"));
-    HttpConnection connection(host.port());
-    QVERIFY(connection.send(HttpConnection::format("GET", "/webapi/info", m_a->terminalHeaders())));
-    QTest::qWait(300);
-    host.terminate();
-    QVERIFY(host.waitForLog("signal 15"));
-    QTRY_VERIFY_WITH_TIMEOUT(!HttpConnection(host.port()).isConnected(), 5000);
-    QCOMPARE(host.process().state(), QProcess::Running);
+    HttpConnection running(host.port());
+    QVERIFY(running.send(HttpConnection::format("GET", "/webapi/info", m_a->terminalHeaders())));
+    QTRY_COMPARE_WITH_TIMEOUT(waitingForLockOfA(), 1, 10000);
+    // One of the two waits in the queue; the other finds it full.
+    std::unique_ptr<HttpConnection> posts[2];
+    for (int i = 0; i < 2; ++i) {
+        posts[i].reset(new HttpConnection(host.port()));
+        QVERIFY(posts[i]->send(HttpConnection::format("POST", "/webapi/entrance", m_a->terminalHeaders(m_customerA.tid),
+                                                      entranceBody(m_customerA.person, 7001 + i))));
+    }
+    QVERIFY(host.waitForLog("\"POST /webapi/entrance\" 503 "));
+    QCOMPARE(HttpConnection(host.port()).reply("GET", "/healthz").status, 200);
+    if (how == ClientGone) {
+        posts[0].reset();
+        posts[1].reset();
+        QVERIFY(host.waitForLog("\"POST /webapi/entrance\" 499 "));
+    } else {
+        if (how == AtStop)
+            host.terminate();
+        for (const auto &post : posts)
+            COMPARE_EXPECTED(maskTms(post->readResponse()), "host/busy.http");
+    }
+    if (how != AtStop)
+        host.terminate();
     QVERIFY(m_a->customer().exec("UNLOCK TABLES"));
-    const HttpReply reply = HttpReply::parse(connection.readResponse());
+    const HttpReply reply = HttpReply::parse(running.readResponse());
     QCOMPARE(reply.status, 200);
     QCOMPARE(reply.json().object().value("name").toString(), "Web API");
     QCOMPARE(host.waitForExit(), 0);
+    // Given up means never run: no entrance of either post was stored, then or later.
+    QCOMPARE(m_a->customer().scalar("SELECT COUNT(*) FROM inters_data WHERE refId IN (7001, 7002)").toInt(), 0);
 }
 
 QTEST_GUILESS_MAIN(TestHost)

@@ -55,7 +55,7 @@ bool HostProcess::launch(const QString &infoDb, const QMap<QString, QString> &se
     for (auto it = all.cbegin(); it != all.cend(); ++it)
         env.insert(it.key(), it.value());
     m_process.setProcessEnvironment(env);
-    m_process.start(binary(), QStringList());
+    m_process.start(m_binary, QStringList());
     return m_process.waitForStarted(10000);
 }
 

@@ -51,13 +51,15 @@ public:
     int waitForExit(int timeoutMs = 10000);
     QProcess &process() { return m_process; }
 
-    static QString binary();
+    static QString binary();  // the built one; setBinary names another (an unpacked package's)
+    void setBinary(const QString &path) { m_binary = path; }
 
 private:
     BoundProcess m_process;
     // The host's stderr goes to a file: a pipe that a busy test does not drain would fill
     // and stall the host in the middle of a write.
     QTemporaryFile m_logFile;
+    QString m_binary = binary();
     QByteArray m_log;
     quint16 m_port = 0;
 };

@@ -1,38 +1,11 @@
 // docs/openapi.yaml against the code: it parses, documents exactly the routes served, and
 // carries the error catalogue as it is. Python's YAML parser (python3-yaml) reads the file.
 #include "response/response.h"
-#include "worker/webapiworker.h"
+#include "support/routelists.h"
 
 #include <QMetaEnum>
 #include <QProcess>
 #include <QtTest>
-
-namespace {
-
-// The worker's route lists are protected; a subclass may read them.
-class RouteLists : public WebApiWorker
-{
-public:
-    RouteLists() : WebApiWorker(QStringLiteral("test")) {}
-    QStringList routes() const
-    {
-        QStringList out;
-        for (const QString &word : m_getPaths)
-            out << QStringLiteral("get /") + word;
-        // The GET words whose handler reads a person's identifier as the second word.
-        out << QStringLiteral("get /person/{id}") << QStringLiteral("get /present/{id}");
-        for (const QString &word : m_postPaths)
-            out << QStringLiteral("post /") + word;
-        // The period words each admin controller tells apart.
-        for (const char *path : {"attendance/daily", "attendance/monthly", "report/daily", "report/monthly",
-                                 "report/daily-detailed", "report/monthly-detailed", "work/daily", "work/monthly"})
-            out << QStringLiteral("get /%1/{filter}").arg(QLatin1String(path));
-        out.sort();
-        return out;
-    }
-};
-
-} // namespace
 
 class TestOpenApi : public QObject
 {

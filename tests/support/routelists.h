@@ -1,0 +1,32 @@
+#ifndef ROUTELISTS_H
+#define ROUTELISTS_H
+
+#include "worker/webapiworker.h"
+
+#include <QStringList>
+
+// The routes the worker serves, as "get /person/{id}": what the API description and the
+// reference page must list. The worker's route lists are protected; a subclass may read them.
+class RouteLists : public WebApiWorker
+{
+public:
+    RouteLists() : WebApiWorker(QStringLiteral("test")) {}
+    QStringList routes() const
+    {
+        QStringList out;
+        for (const QString &word : m_getPaths)
+            out << QStringLiteral("get /") + word;
+        // The GET words whose handler reads a person's identifier as the second word.
+        out << QStringLiteral("get /person/{id}") << QStringLiteral("get /present/{id}");
+        for (const QString &word : m_postPaths)
+            out << QStringLiteral("post /") + word;
+        // The period words each admin controller tells apart.
+        for (const char *path : {"attendance/daily", "attendance/monthly", "report/daily", "report/monthly",
+                                 "report/daily-detailed", "report/monthly-detailed", "work/daily", "work/monthly"})
+            out << QStringLiteral("get /%1/{filter}").arg(QLatin1String(path));
+        out.sort();
+        return out;
+    }
+};
+
+#endif
