@@ -115,7 +115,7 @@ int serve(QCoreApplication &app, const HostConfig &config)
     manager.setInfoDB(infoDb);
     if (!config.zmtDb.name.isEmpty())
         manager.setZmtDB(addDatabase(QLatin1String(kZmtConnection), config.zmtDb, config.connections));
-    // Workers queue their connection after every request; nobody here sweeps that list.
+    // Workers keep their connections and close idle ones themselves; nobody sweeps that list.
     manager.setUnusedConnectionsEnabled(false);
 
     RecordNotifier notifier(QUrl(config.webhookUrl));

@@ -311,6 +311,8 @@ QSqlDatabase DBManager::getDatabase(const QString &token)
     const QString name = connectionNameFor(token);
     if (QSqlDatabase::contains(name))
         return QSqlDatabase::database(name, false);
+    if (!acceptToken(token, "loadScheme"))
+        return defaultConnection();
 
     QSqlDatabase infoTemplate;
     bool autoClose = false;
@@ -443,10 +445,6 @@ DbScheme DBManager::loadScheme(QSqlDatabase &info, const QString &token, bool *a
 {
     DbScheme scheme;
     *answered = false;
-    if (!acceptToken(token, "loadScheme")) {
-        *answered = true;
-        return scheme;
-    }
     if (!info.isOpen() && !openLogged(info))
         return scheme;
     QSqlQuery query(info);

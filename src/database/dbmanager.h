@@ -77,8 +77,8 @@ private:
     static bool acceptToken(const QString &token, const char *operation);
     // The one shape of the token lists: open the InfoDB, column 0 of each row, close.
     QStringList queryTokens(const QString &sql, const char *failureMessage);
-    // The active `schemas` row of the token, read on `info`; `answered` is false when the
-    // statement failed (which says nothing about the token).
+    // The active `schemas` row of an accepted token, read on `info`; `answered` is false when
+    // the statement failed (which says nothing about the token).
     static DbScheme loadScheme(QSqlDatabase &info, const QString &token, bool *answered);
     // The InfoDB handle of the calling thread for this manager, made from `infoDB`.
     QSqlDatabase threadInfoDB(const QSqlDatabase &infoDB) const;

@@ -1,13 +1,16 @@
 // The database stopped under load, end to end through the real host: clean JSON errors,
 // never a hang or a crash, service back without a host restart, and a retried entrance
-// stored once. The test runs a MariaDB server of its own (in the build folder, on a free
-// port) and stops only that one; the shared server of the other suites is never touched.
+// stored once; and the host's logins: one per worker thread, again after a killed session.
+// The test runs a MariaDB server of its own (in the build folder, on a free port) and stops
+// only that one; the shared server of the other suites is never touched, and nothing else
+// logs in to this one.
 #include "support/apifixture.h"
 #include "support/hostprocess.h"
 
 #include "response/response.h"
 
 #include <QDir>
+#include <QSqlQuery>
 #include <QTcpServer>
 #include <QtTest>
 
@@ -23,8 +26,15 @@ private slots:
     void cleanupTestCase();
     void outageUnderLoad();
     void retriedEntranceStoredOnce();
+    void oneLoginPerThread();
+    void killedSessionReopened();
+    void oneCustomerOnEveryThread();
 
 private:
+    int sessions() { return m_fx->info().rows("SHOW GLOBAL STATUS LIKE 'Threads_connected'").value(0).value("Value").toInt(); }
+    int logins() { return m_fx->info().rows("SHOW GLOBAL STATUS LIKE 'Connections'").value(0).value("Value").toInt(); }
+    // Sends `count` GET people from three clients at once; how many were not 200.
+    int peopleFromThreeClients(int count);
     // scripts/mariadb on this suite's own server only.
     bool mariadb(const QString &command);
     bool stopDatabase() { return mariadb("stop"); }
@@ -65,7 +75,7 @@ bool TestFaults::startDatabase()
     // This process's own handles lost their server with it.
     for (QSqlDatabase db : {m_fx->info().db(), m_fx->customer().db()}) {
         db.close();
-        if (!db.open())
+        if (!db.open() || !QSqlQuery(db).exec("SET NAMES utf8mb4"))
             return false;
     }
     return true;
@@ -181,6 +191,86 @@ void TestFaults::retriedEntranceStoredOnce()
     QCOMPARE(reply.status, 201);
     QCOMPARE(post(terminal, refId).status, 208);
     QCOMPARE(m_fx->customer().scalar(QString("SELECT COUNT(*) FROM inters_data WHERE refId = %1").arg(refId)).toInt(), 1);
+}
+
+int TestFaults::peopleFromThreeClients(int count)
+{
+    std::atomic<int> failed{0};
+    std::vector<std::thread> clients;
+    for (int c = 0; c < 3; ++c) {
+        clients.emplace_back([&, c] {
+            HttpConnection connection(m_host->port());
+            for (int i = c; i < count; i += 3)
+                failed += people(connection).status != 200;
+        });
+    }
+    for (std::thread &client : clients)
+        client.join();
+    return failed;
+}
+
+void TestFaults::oneLoginPerThread()
+{
+    QCOMPARE(peopleFromThreeClients(30), 0);  // every thread that serves has logged in
+    const int before = logins();
+    QCOMPARE(peopleFromThreeClients(60), 0);
+    const int after = logins();
+    QVERIFY2(after - before <= 4, qPrintable(QString("%1 logins for 60 requests on 4 threads").arg(after - before)));
+}
+
+void TestFaults::killedSessionReopened()
+{
+    // A name beyond the BMP comes back whole only over utf8mb4: the reopened session sets it again.
+    const QString surname = QString::fromUtf8("Dvo\u0159\u00e1kov\u00e1 \U0001F600");
+    QVERIFY(m_fx->customer().exec("UPDATE people SET surname = '" + surname + "' WHERE pid = 501"));
+    HttpConnection connection(m_host->port());
+    QCOMPARE(people(connection).status, 200);
+    // What a server restart, a lost cluster node or wait_timeout leaves the host with.
+    const QList<QVariantMap> sessions = m_fx->customer().rows(
+        "SELECT ID FROM information_schema.PROCESSLIST WHERE DB = DATABASE() AND ID <> CONNECTION_ID()");
+    QVERIFY(!sessions.isEmpty());
+    for (const QVariantMap &session : sessions)
+        QVERIFY(m_fx->customer().exec("KILL " + session.value("ID").toString()));
+    // The first statement finds the loss; the worker logs in again and answers.
+    for (int i = 0; i < 3; ++i) {
+        const HttpReply reply = people(connection);
+        QVERIFY2(reply.status == 200, reply.body.constData());
+        QCOMPARE(reply.json().array().first().toObject().value("surname").toString(), surname);
+    }
+    QCOMPARE(m_host->process().state(), QProcess::Running);
+}
+
+void TestFaults::oneCustomerOnEveryThread()
+{
+    // One database under a second token (a rotation) and under the first in capitals: with
+    // three threads they meet on several threads at once.
+    const QString rotated = m_fx->token() + "-rotated";
+    QVERIFY(m_fx->info().exec(QString("INSERT INTO `schemas` (token, name, user, pass, status) SELECT '%1', name, user, pass, 1 "
+                                      "FROM `schemas` WHERE token = '%2'").arg(rotated, m_fx->token())));
+    HostProcess host;
+    QVERIFY2(host.start(m_fx->info().name(), {{"WEBAPI_THREADS", "3"}}), host.log().constData());
+    const int before = sessions();
+    const QStringList pragmas{"Pragma: " + m_fx->token(), "Pragma: " + m_fx->token().toUpper() + ":token", "Pragma: " + rotated};
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> clients;
+    for (int c = 0; c < 10; ++c) {
+        clients.emplace_back([&, c] {
+            HttpConnection connection(host.port());
+            QStringList headers = m_fx->terminalHeaders(m_tid);
+            for (int i = 0; i < 30; ++i) {
+                headers.first() = pragmas.at((c + i) % pragmas.size());
+                const HttpReply reply = connection.reply("GET", "/webapi/people", headers);
+                wrong += reply.status != 200 || reply.json().array().size() != 1;
+            }
+        });
+    }
+    for (std::thread &client : clients)
+        client.join();
+    QCOMPARE(wrong.load(), 0);
+    QCOMPARE(host.process().state(), QProcess::Running);
+    // At most a customer and an InfoDB connection per thread more than before.
+    QVERIFY2(sessions() - before <= 6, qPrintable(QString::number(sessions() - before)));
+    QVERIFY(!host.log().contains("duplicate connection name"));
 }
 
 QTEST_GUILESS_MAIN(TestFaults)

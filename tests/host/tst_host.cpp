@@ -143,6 +143,7 @@ void TestHost::startFailures_data()
         << "is not an HTTP plug-in";
     QTest::newRow("InfoDB unreachable") << QStringList{"WEBAPI_INFODB_PORT=1"} << "cannot reach the InfoDB";
     QTest::newRow("bad port") << QStringList{"WEBAPI_LISTEN_PORT=70000"} << "listen/port";
+    QTest::newRow("no lock wait") << QStringList{"WEBAPI_SQL_TIMEOUT_LOCK=0"} << "sql/timeout/lock";
     QTest::newRow("certificate alone") << QStringList{cert} << "tls/certificate and tls/key go together";
     QTest::newRow("no such certificate")
         << QStringList{"WEBAPI_TLS_CERTIFICATE=" + m_dir.filePath("none.pem"), "WEBAPI_TLS_KEY=" + m_dir.filePath("key.pem")}
