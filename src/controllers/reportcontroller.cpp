@@ -4,21 +4,9 @@
 #include "response/jsonwriter.h"
 #include "response/response.h"
 
-#include <QDateTime>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QSqlRecord>
-
-namespace {
-
-const QString kIntervalTimeFormat = QStringLiteral("yyyy.MM.dd hh:mm:ss");
-
-QString intervalTime(uint secs)
-{
-    return QDateTime::fromSecsSinceEpoch(secs).toString(kIntervalTimeFormat);
-}
-
-} // namespace
 
 ReportController::ReportController()
     : m_endpoint(QStringLiteral("report"))
@@ -249,9 +237,9 @@ void ReportController::writeEmployeeData(JsonWriter &json, QSqlDatabase db, cons
         if (detailed && listed) {
             json.beginObject();
             json.key("duration").number(secondsToHours(query.value(cDuration).toUInt()));
-            json.key("from").string(intervalTime(query.value(cFrom).toUInt()));
+            json.key("from").localTime(query.value(cFrom).toUInt(), JsonWriter::DottedDateTime);
             json.key("shortcut").stored(query.value(cShortcut));
-            json.key("to").string(intervalTime(query.value(cTo).toUInt()));
+            json.key("to").localTime(query.value(cTo).toUInt(), JsonWriter::DottedDateTime);
             json.endObject();
         } else if (!detailed) {
             // The summary keeps presence once seen.

@@ -1,5 +1,6 @@
 #include "response/jsonwriter.h"
 
+#include <QDateTime>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QJsonValue>
@@ -7,6 +8,9 @@
 #include <QVariant>
 
 #include <cmath>
+#include <cstring>
+#include <ctime>
+#include <limits>
 
 namespace {
 
@@ -48,10 +52,9 @@ JsonWriter &JsonWriter::key(const char *latin1)
     checkKeyOrder(QString::fromLatin1(latin1));
 #endif
     beforeValue();
-    m_out += '"';
-    m_out += latin1;
-    m_out += m_indented ? "\": " : "\":";
-    m_afterKey = true;
+    put('"');
+    put(latin1, int(strlen(latin1)));
+    afterKey();
     return *this;
 }
 
@@ -61,48 +64,64 @@ JsonWriter &JsonWriter::key(const QString &name)
     checkKeyOrder(name);
 #endif
     beforeValue();
-    m_out += '"';
+    put('"');
     escaped(name);
-    m_out += m_indented ? "\": " : "\":";
-    m_afterKey = true;
+    afterKey();
     return *this;
 }
 
 void JsonWriter::null()
 {
     beforeValue();
-    m_out += "null";
+    put("null");
 }
 
 void JsonWriter::boolean(bool value)
 {
     beforeValue();
-    m_out += value ? "true" : "false";
+    if (value)
+        put("true");
+    else
+        put("false");
 }
 
 void JsonWriter::number(double value)
 {
     beforeValue();
+    QByteArray text;
     if (!std::isfinite(value)) {
-        m_out += "null";
+        put("null");
+        return;
     } else if (value != std::trunc(value) || std::fabs(value) >= 0x1p64) {
         // Qt takes the shorter of the plain and the exponent form here.
-        m_out += QByteArray::number(value, 'g', QLocale::FloatingPointShortest);
+        text = QByteArray::number(value, 'g', QLocale::FloatingPointShortest);
     } else if (std::fabs(value) < 0x1p53) {
         // Whole numbers, most of what rows hold, exactly; -0.0 becomes 0 as in Qt.
-        m_out += QByteArray::number(qint64(value));
+        char digits[24];
+        char *const end = digits + sizeof digits;
+        char *first = end;
+        quint64 magnitude = quint64(std::fabs(value));
+        do {
+            *--first = char('0' + magnitude % 10);
+            magnitude /= 10;
+        } while (magnitude != 0);
+        if (value < 0)
+            *--first = '-';
+        put(first, int(end - first));
+        return;
     } else {
         // Whole numbers below 2^64 never in exponent form: 1e19 is 10000000000000000000.
-        m_out += QByteArray::number(value, 'f', QLocale::FloatingPointShortest);
+        text = QByteArray::number(value, 'f', QLocale::FloatingPointShortest);
     }
+    put(text.constData(), text.size());
 }
 
 void JsonWriter::string(const QString &value)
 {
     beforeValue();
-    m_out += '"';
+    put('"');
     escaped(value);
-    m_out += '"';
+    put('"');
 }
 
 void JsonWriter::variant(const QVariant &value)
@@ -192,6 +211,50 @@ void JsonWriter::jsonValue(const QJsonValue &value)
     }
 }
 
+void JsonWriter::localTime(qint64 secs, TimeFormat format)
+{
+    // Within these years QDateTime takes the local time from localtime_r as well; it reads
+    // the zone again on every call, a writer once.
+    if (!m_zoneRead) {
+        tzset();
+        m_zoneRead = true;
+    }
+    const time_t time = time_t(secs);
+    tm local;
+    if (secs < 0 || secs > std::numeric_limits<qint32>::max() || !localtime_r(&time, &local)) {
+        const QDateTime dateTime = QDateTime::fromSecsSinceEpoch(secs);
+        string(format == IsoDate       ? dateTime.date().toString(Qt::ISODate)
+                   : format == IsoDateTime ? dateTime.toString(Qt::ISODate)
+                                           : dateTime.toString(QStringLiteral("yyyy.MM.dd hh:mm:ss")));
+        return;
+    }
+    char text[21];
+    char *out = text;
+    const auto digits = [&out](int value, int count) {
+        for (int i = count - 1; i >= 0; --i, value /= 10)
+            out[i] = char('0' + value % 10);
+        out += count;
+    };
+    const char dateSeparator = format == DottedDateTime ? '.' : '-';
+    *out++ = '"';
+    digits(local.tm_year + 1900, 4);
+    *out++ = dateSeparator;
+    digits(local.tm_mon + 1, 2);
+    *out++ = dateSeparator;
+    digits(local.tm_mday, 2);
+    if (format != IsoDate) {
+        *out++ = format == IsoDateTime ? 'T' : ' ';
+        digits(local.tm_hour, 2);
+        *out++ = ':';
+        digits(local.tm_min, 2);
+        *out++ = ':';
+        digits(local.tm_sec, 2);
+    }
+    *out++ = '"';
+    beforeValue();
+    put(text, int(out - text));
+}
+
 QByteArray JsonWriter::take()
 {
     m_counts.clear();
@@ -199,6 +262,9 @@ QByteArray JsonWriter::take()
     m_lastKeys.clear();
 #endif
     m_afterKey = false;
+    m_out.resize(m_used);
+    m_used = 0;
+    m_buffer = nullptr;
     QByteArray out;
     out.swap(m_out);
     return out;
@@ -215,21 +281,24 @@ void JsonWriter::beforeValue()
         m_afterKey = false;
         return;
     }
-    if (m_counts.isEmpty())
+    if (m_counts.empty())
         return;
-    int &count = m_counts.last();
-    if (count++ > 0)
-        m_out += m_indented ? ",\n" : ",";
-    indent(m_counts.size());
+    int &count = m_counts.back();
+    if (count++ > 0) {
+        put(',');
+        if (m_indented)
+            put('\n');
+    }
+    indent(int(m_counts.size()));
 }
 
 void JsonWriter::open(char bracket)
 {
     beforeValue();
-    m_out += bracket;
+    put(bracket);
     if (m_indented)
-        m_out += '\n';
-    m_counts.append(0);
+        put('\n');
+    m_counts.push_back(0);
 #ifndef QT_NO_DEBUG
     m_lastKeys.append(QString());
 #endif
@@ -240,36 +309,53 @@ void JsonWriter::close(char bracket)
 #ifndef QT_NO_DEBUG
     m_lastKeys.removeLast();
 #endif
-    const int count = m_counts.takeLast();
+    const int count = m_counts.back();
+    m_counts.pop_back();
     if (count > 0 && m_indented)
-        m_out += '\n';
-    indent(m_counts.size());
-    m_out += bracket;
-    if (m_counts.isEmpty() && m_indented)
-        m_out += '\n';
+        put('\n');
+    indent(int(m_counts.size()));
+    put(bracket);
+    if (m_counts.empty() && m_indented)
+        put('\n');
+}
+
+void JsonWriter::grow(int size)
+{
+    m_out.resize(qMax(2 * m_out.size(), m_used + size + 4096));
+    m_buffer = m_out.data();
+}
+
+void JsonWriter::afterKey()
+{
+    if (m_indented)
+        put("\": ");
+    else
+        put("\":");
+    m_afterKey = true;
 }
 
 #ifndef QT_NO_DEBUG
 void JsonWriter::checkKeyOrder(const QString &name)
 {
     // A QVariantMap's order, which the bytes on the wire have always had.
-    Q_ASSERT_X(m_counts.last() == 0 || m_lastKeys.last() < name, "JsonWriter::key", qPrintable(name));
+    Q_ASSERT_X(m_counts.back() == 0 || m_lastKeys.last() < name, "JsonWriter::key", qPrintable(name));
     m_lastKeys.last() = name;
 }
 #endif
 
 void JsonWriter::indent(int depth)
 {
-    if (m_indented)
-        m_out.append(4 * depth, ' ');
+    if (m_indented) {
+        memset(room(4 * depth), ' ', size_t(4 * depth));
+        m_used += 4 * depth;
+    }
 }
 
 void JsonWriter::escaped(const QString &text)
 {
     // Room for the worst case, every unit escaped as \uXXXX; cut back to what was written.
-    const int start = m_out.size();
-    m_out.resize(start + 6 * text.size());
-    char *out = m_out.data() + start;
+    char *const start = room(6 * text.size());
+    char *out = start;
     const ushort *in = text.utf16();
     const ushort *const end = in + text.size();
     while (in != end) {
@@ -316,5 +402,5 @@ void JsonWriter::escaped(const QString &text)
                 *out++ = hexDigit((u >> shift) & 0xf);
         }
     }
-    m_out.resize(int(out - m_out.constData()));
+    m_used += int(out - start);
 }

@@ -6,6 +6,9 @@
 #include <QString>
 #include <QVector>
 
+#include <cstring>
+#include <vector>
+
 class QJsonValue;
 class QVariant;
 
@@ -23,6 +26,7 @@ class JsonWriter
 {
 public:
     explicit JsonWriter(bool indented = true);
+    Q_DISABLE_COPY(JsonWriter)  // it writes through a pointer into its own buffer
 
     void beginObject();
     void endObject();
@@ -43,26 +47,59 @@ public:
     void stored(const QVariant &value);
     void jsonValue(const QJsonValue &value);
 
+    // Seconds since 1970 as local wall-clock text, as QDateTime::fromSecsSinceEpoch(secs)
+    // writes it: date().toString(Qt::ISODate), toString(Qt::ISODate) or with the pattern
+    // "yyyy.MM.dd hh:mm:ss".
+    enum TimeFormat { IsoDate, IsoDateTime, DottedDateTime };
+    void localTime(qint64 secs, TimeFormat format);
+
     // The whole document; the writer is empty afterwards.
     QByteArray take();
     // The same, as the body a Response renders without converting it.
     QVariant takeBody();
 
 private:
+    // Room for `size` more bytes after what is written; valid until the next call.
+    char *room(int size)
+    {
+        if (m_used + size > m_out.size())
+            grow(size);
+        return m_buffer + m_used;
+    }
+    void grow(int size);
+    void put(const char *bytes, int size)
+    {
+        memcpy(room(size), bytes, size_t(size));
+        m_used += size;
+    }
+    void put(char byte)
+    {
+        *room(1) = byte;
+        ++m_used;
+    }
+    template <int N>
+    void put(const char (&literal)[N])
+    {
+        put(literal, N - 1);
+    }
+    void afterKey();
     void beforeValue();
     void open(char bracket);
     void close(char bracket);
     void indent(int depth);
     void escaped(const QString &text);
 
-    QByteArray m_out;
-    QVector<int> m_counts;  // values written so far in each open container
+    QByteArray m_out;  // the first m_used bytes are written, the rest is room
+    char *m_buffer = nullptr;  // m_out's bytes
+    std::vector<int> m_counts;  // values written so far in each open container
 #ifndef QT_NO_DEBUG
     void checkKeyOrder(const QString &name);
     QVector<QString> m_lastKeys;  // debug builds check that keys ascend
 #endif
+    int m_used = 0;
     bool m_indented;
     bool m_afterKey = false;
+    bool m_zoneRead = false;
 };
 
 #endif

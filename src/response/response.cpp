@@ -199,6 +199,17 @@ QByteArray Response::renderResponse(bool withHead)
     setHeader(QStringLiteral("X-WEBAPI-TMS"), QDateTime::currentSecsSinceEpoch());
     const int length = json.size();
     const QString head = buildHead(m_status, httpStatusName(m_status), m_contentType, length);
+    if (state.invalidChars == 0 && m_header.debugLevel < 2) {
+        // Valid UTF-8 comes back unchanged from a decode and encode, so the bytes are joined
+        // as they are: a large body is not converted twice.
+        if (!withHead)
+            return json;
+        QByteArray response = head.toUtf8();
+        response.reserve(response.size() + 2 + json.size());
+        response += "\r\n";
+        response += json;
+        return response;
+    }
     const QString text = QString::fromUtf8(json);
     if (withHead) {
         if (m_header.prettyJson && m_header.debugLevel >= 2)

@@ -178,8 +178,8 @@ QVariant WebApiWorker::dbGetEntrance(uint id)
     enum Column { Uid, Pid, Iid, Type, Date, Created, Description, Del, RefId };
     JsonWriter json(m_header.prettyJson);
     json.beginObject();
-    json.key("created").string(secsToIsoDateTime(query.value(Created).toLongLong()));
-    json.key("date").string(secsToIsoDateTime(query.value(Date).toLongLong()));
+    json.key("created").localTime(query.value(Created).toLongLong(), JsonWriter::IsoDateTime);
+    json.key("date").localTime(query.value(Date).toLongLong(), JsonWriter::IsoDateTime);
     json.key("del").stored(query.value(Del));
     json.key("description").stored(query.value(Description));
     json.key("eid").string(encodeId(id, query.value(RefId).toUInt()));

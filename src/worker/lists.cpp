@@ -44,7 +44,7 @@ void writePresence(JsonWriter &json, const QSqlQuery &query, bool entrance)
         const QVariant date = query.value(3);
         const QVariant iid = query.value(4);
         json.key("date");
-        date.isNull() ? json.null() : json.string(WebApiWorker::secsToIsoDateTime(date.toLongLong()));
+        date.isNull() ? json.null() : json.localTime(date.toLongLong(), JsonWriter::IsoDateTime);
         json.key("iid");
         iid.isNull() ? json.null() : json.number(iid.toUInt());
     }

@@ -27,10 +27,10 @@ std::function<void(JsonWriter &, const QSqlQuery &)> personWriter(const QSqlReco
         const uint pidValue = query.value(pid).toUInt();
         const QVariant endValue = query.value(end);
         json.beginObject();
-        json.key("begin").string(WebApiWorker::secsToIsoDate(query.value(begin).toLongLong()));
+        json.key("begin").localTime(query.value(begin).toLongLong(), JsonWriter::IsoDate);
         json.key("card").string(query.value(card).toString());
         json.key("end");
-        endValue.isNull() ? json.null() : json.string(WebApiWorker::secsToIsoDate(endValue.toLongLong()));
+        endValue.isNull() ? json.null() : json.localTime(endValue.toLongLong(), JsonWriter::IsoDate);
         json.key("gid").number(query.value(gid).toUInt());
         if (grp >= 0)
             json.key("grp").number(query.value(grp).toUInt());

@@ -2,6 +2,8 @@
 // compact, for the edge cases of strings and numbers and for seeded random trees.
 #include "support/jsonvaluetree.h"
 
+#include "response/jsonwriter.h"
+
 #include <QRandomGenerator>
 #include <QtTest>
 
@@ -15,6 +17,8 @@ private slots:
     void sameBytesAsQt_data();
     void sameBytesAsQt();
     void randomTrees();
+    void localTime_data();
+    void localTime();
 };
 
 void TestJsonWriter::sameBytesAsQt_data()
@@ -92,6 +96,39 @@ void TestJsonWriter::randomTrees()
                 QFAIL(qPrintable(QStringLiteral("tree %1 (bytes %2) differs").arg(i).arg(QString::fromLatin1(bytes.toHex()))));
         }
     }
+}
+
+void TestJsonWriter::localTime_data()
+{
+    QTest::addColumn<QByteArray>("zone");
+    QTest::addColumn<qint64>("from");  // every quarter of an hour over two days from here
+    QTest::newRow("Prague, summer time begins") << QByteArray("Europe/Prague") << Q_INT64_C(1711753200);
+    QTest::newRow("Prague, summer time ends") << QByteArray("Europe/Prague") << Q_INT64_C(1729980000);
+    QTest::newRow("Lord Howe, half an hour") << QByteArray("Australia/Lord_Howe") << Q_INT64_C(1712412000);
+    QTest::newRow("Kathmandu") << QByteArray("Asia/Kathmandu") << Q_INT64_C(0);
+    QTest::newRow("UTC, end of 32 bits") << QByteArray("UTC") << Q_INT64_C(2147483647) - 86400;
+    QTest::newRow("New York, before 1970") << QByteArray("America/New_York") << Q_INT64_C(-86400);
+}
+
+void TestJsonWriter::localTime()
+{
+    QFETCH(QByteArray, zone);
+    QFETCH(qint64, from);
+    const QByteArray oldZone = qgetenv("TZ");
+    qputenv("TZ", zone);
+    QVariantList expected;
+    JsonWriter written;
+    written.beginArray();
+    for (qint64 secs = from; secs < from + 2 * 86400; secs += 900 + 7) {
+        const QDateTime time = QDateTime::fromSecsSinceEpoch(secs);
+        expected << time.date().toString(Qt::ISODate) << time.toString(Qt::ISODate)
+                 << time.toString(QStringLiteral("yyyy.MM.dd hh:mm:ss"));
+        for (const auto format : {JsonWriter::IsoDate, JsonWriter::IsoDateTime, JsonWriter::DottedDateTime})
+            written.localTime(secs, format);
+    }
+    written.endArray();
+    qputenv("TZ", oldZone);
+    QCOMPARE(written.take(), writtenByQt(expected, true));
 }
 
 QTEST_GUILESS_MAIN(TestJsonWriter)
