@@ -21,6 +21,10 @@ const char *boolText(bool value)
 std::atomic<quint64> g_managers{0};
 std::atomic<quint64> g_threads{0};
 
+// Set once this thread's handles are gone: a manager destroyed later (at exit, say) finds
+// nothing left to remove.
+thread_local bool t_infoHandlesGone = false;
+
 // The InfoDB handles a thread made, by manager. Removed on the thread itself when it ends; the
 // thread's number is never reused, unlike its id, so a handle never outlives its thread's name.
 struct ThreadInfoHandles
@@ -34,6 +38,7 @@ struct ThreadInfoHandles
             QSqlDatabase::database(name, false).close();
             QSqlDatabase::removeDatabase(name);
         }
+        t_infoHandlesGone = true;
     }
 };
 
@@ -72,6 +77,8 @@ DBManager::DBManager(const QSqlDatabase &infoDB, const QSqlDatabase &zmtDB)
 DBManager::~DBManager()
 {
     // This thread's InfoDB handle; other threads drop theirs when they end.
+    if (t_infoHandlesGone)
+        return;
     const QString name = t_infoHandles.names.take(m_id);
     if (!name.isEmpty()) {
         QSqlDatabase::database(name, false).close();
