@@ -41,7 +41,8 @@ public:
     // Every number is a double in JSON; integers of 64 bits round as QJsonValue rounds them.
     void number(double value);
     void string(const QString &value);
-    // As QJsonValue::fromVariant would convert it; SQL NULL is not null here (see stored).
+    // As QJsonDocument::fromVariant converts it within a map or list; SQL NULL (a null
+    // variant of a type) is not null here, see stored().
     void variant(const QVariant &value);
     // A column as stored: SQL NULL (a null variant) becomes null.
     void stored(const QVariant &value);

@@ -14,7 +14,6 @@
 
 class JsonWriter;
 class QSqlQuery;
-class QSqlRecord;
 class Response;
 struct SyncSection;
 
