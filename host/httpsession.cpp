@@ -25,6 +25,7 @@ namespace net = boost::asio;
 namespace {
 
 const std::uint32_t kHeaderLimit = 16 * 1024;
+const std::uint64_t kBodyChunk = 64 * 1024;
 const std::chrono::seconds kDrainTime(1);
 // For a request the host would not run: soon, as the reason (a full queue, a stop) passes.
 const int kRetryAfterSeconds = 1;
@@ -99,6 +100,20 @@ void HttpSession<Stream>::readRequest()
     // One deadline for the whole request: a client that trickles bytes cannot hold on.
     tcp().expires_after(std::chrono::seconds(m_server.config().timeoutSeconds));
     m_reading = true;
+    http::async_read_header(m_stream, m_buffer, *m_parser,
+                            beast::bind_front_handler(&HttpSession::onHeader, this->shared_from_this()));
+}
+
+template <class Stream>
+void HttpSession<Stream>::onHeader(beast::error_code ec, std::size_t bytes)
+{
+    if (ec)
+        return onRead(ec, bytes);
+    // Reads are as large as the buffer's free room, at least 512 bytes: a photo would come
+    // in hundreds of reads.
+    const auto length = m_parser->content_length();
+    if (length && *length > m_buffer.capacity() - m_buffer.size())
+        m_buffer.reserve(m_buffer.size() + std::size_t(std::min<std::uint64_t>(*length, kBodyChunk)));
     http::async_read(m_stream, m_buffer, *m_parser, beast::bind_front_handler(&HttpSession::onRead, this->shared_from_this()));
 }
 

@@ -52,6 +52,7 @@ private:
 
     void onHandshake(boost::beast::error_code ec);
     void readRequest();
+    void onHeader(boost::beast::error_code ec, std::size_t bytes);
     void onRead(boost::beast::error_code ec, std::size_t bytes);
     void failedRead(const boost::beast::error_code &ec);
     void handleRequest();
