@@ -27,7 +27,7 @@ def prose(text):
     return "\n".join("<p>%s</p>" % inline(p.strip()) for p in str(text or "").split("\n") if p.strip())
 
 
-class Spec:
+class ApiDoc:
     def __init__(self, doc):
         self.doc = doc
         self.errors = {row["code"]: row for row in doc.get("x-error-codes", [])}
@@ -122,14 +122,14 @@ def curl_route(command):
     return method, (url.group(1) if url else "")
 
 
-def render(spec, readme):
-    doc = spec.doc
+def render(api, readme):
+    doc = api.doc
     info = doc["info"]
     examples = readme_examples(readme)
     operations = []
     for path, item in doc["paths"].items():
         for method, op in item.items():
-            operations.append((method.upper(), spec.prefix + path, op))
+            operations.append((method.upper(), api.prefix + path, op))
 
     out = ["<!DOCTYPE html>", '<html lang="en"><head><meta charset="utf-8">',
            '<meta name="viewport" content="width=device-width, initial-scale=1">',
@@ -158,7 +158,7 @@ def render(spec, readme):
 
     out.append('<h2>Endpoints</h2>')
     for method, path, op in operations:
-        out.append(operation(spec, method, path, op, examples))
+        out.append(operation(api, method, path, op, examples))
 
     out.append('<h2 id="errors">Error codes</h2><p>An error body is <code>{"code": …, "message": …}</code>; '
                "<code>%1</code> and <code>%2</code> stand for details of the request.</p>")
@@ -173,8 +173,8 @@ def render(spec, readme):
         out.append('<section class="schema" id="schema-%s"><h3>%s</h3>' % (esc(name), esc(name)))
         out.append(prose(schema.get("description")))
         if schema.get("type") == "array" or "$ref" in schema:
-            out.append("<p>%s</p>" % spec.type_of(schema))
-        out.append(spec.fields_table(schema))
+            out.append("<p>%s</p>" % api.type_of(schema))
+        out.append(api.fields_table(schema))
         out.append("</section>")
     out.append("</body></html>")
     return "\n".join(out) + "\n"
@@ -189,12 +189,12 @@ def curl_block(comment, command):
     return '<pre class="curl">%s</pre>' % esc(text)
 
 
-def operation(spec, method, path, op, examples):
+def operation(api, method, path, op, examples):
     out = ['<section class="endpoint" id="%s">' % anchor(method, path),
            '<h3><span class="method">%s</span> <span class="path">%s</span></h3>' % (esc(method), esc(path)),
            "<p><strong>%s</strong></p>" % inline(op.get("summary", "")), prose(op.get("description"))]
 
-    params = [spec.resolve(p) for p in op.get("parameters", [])]
+    params = [api.resolve(p) for p in op.get("parameters", [])]
     if params:
         out.append('<h4>Parameters</h4><table class="fields"><tr><th>name</th><th>in</th><th>meaning</th></tr>')
         for p in params:
@@ -205,32 +205,32 @@ def operation(spec, method, path, op, examples):
         out.append("</table>")
 
     if "requestBody" in op:
-        body = spec.resolve(op["requestBody"])
+        body = api.resolve(op["requestBody"])
         out.append("<h4>Request body</h4>" + prose(body.get("description")))
         for media_type, media in body.get("content", {}).items():
-            out.append("<p><code>Content-Type: %s</code>: %s</p>" % (esc(media_type), spec.type_of(media["schema"])))
-            out.append(spec.fields_table(media["schema"]))
+            out.append("<p><code>Content-Type: %s</code>: %s</p>" % (esc(media_type), api.type_of(media["schema"])))
+            out.append(api.fields_table(media["schema"]))
             out.append(example_block(media))
 
     out.append('<h4>Responses</h4><table class="responses"><tr><th>status</th><th>meaning</th>'
                "<th>headers</th><th>body</th></tr>")
     for status, response in op.get("responses", {}).items():
-        response = spec.resolve(response)
+        response = api.resolve(response)
         headers = ", ".join("<code>%s</code>" % esc(h) for h in response.get("headers", {}))
-        bodies = "; ".join("%s %s" % (esc(t), spec.type_of(m["schema"]))
+        bodies = "; ".join("%s %s" % (esc(t), api.type_of(m["schema"]))
                            for t, m in response.get("content", {}).items() if "schema" in m)
         out.append("<tr><td>%s</td><td>%s</td><td>%s</td><td>%s</td></tr>"
                    % (esc(status), inline(response.get("description", "")), headers, bodies))
     out.append("</table>")
     for response in op.get("responses", {}).values():
-        for media in spec.resolve(response).get("content", {}).values():
+        for media in api.resolve(response).get("content", {}).values():
             out.append(example_block(media))
 
     codes = op.get("x-error-codes", [])
     if codes:
         out.append('<h4>Error codes</h4><table class="errors"><tr><th>code</th><th>status</th><th>message</th></tr>')
         for code in codes:
-            row = spec.errors[code]
+            row = api.errors[code]
             out.append('<tr><td><a href="#error-%s">%s</a></td><td>%s</td><td>%s</td></tr>'
                        % (code, code, row["status"], esc(row["message"])))
         out.append("</table>")
@@ -270,11 +270,11 @@ def cpp_string(text):
 def main():
     yaml_path, readme_path, out_path = sys.argv[1:4]
     with open(yaml_path, encoding="utf-8") as f:
-        spec = Spec(yaml.safe_load(f))
+        api = ApiDoc(yaml.safe_load(f))
     with open(readme_path, encoding="utf-8") as f:
         readme = f.read()
-    page = render(spec, readme)
-    routes = sorted(spec.prefix + path for path in spec.doc["paths"])
+    page = render(api, readme)
+    routes = sorted(api.prefix + path for path in api.doc["paths"])
     with open(out_path, "w", encoding="utf-8") as f:
         f.write("// Made by host/apireference.py from docs/openapi.yaml and README.md; do not edit.\n")
         f.write('#include "apireference.h"\n\n')
