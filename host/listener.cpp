@@ -48,16 +48,21 @@ Listener::Listener(net::io_context &ioc, HttpServer &server)
 {
 }
 
+bool openAcceptor(net::ip::tcp::acceptor &acceptor, const net::ip::tcp::endpoint &endpoint, beast::error_code &ec)
+{
+    acceptor.open(endpoint.protocol(), ec);
+    if (!ec)
+        acceptor.set_option(net::socket_base::reuse_address(true), ec);
+    if (!ec)
+        acceptor.bind(endpoint, ec);
+    if (!ec)
+        acceptor.listen(net::socket_base::max_listen_connections, ec);
+    return !ec;
+}
+
 bool Listener::open(const net::ip::tcp::endpoint &endpoint, beast::error_code &ec)
 {
-    m_acceptor.open(endpoint.protocol(), ec);
-    if (!ec)
-        m_acceptor.set_option(net::socket_base::reuse_address(true), ec);
-    if (!ec)
-        m_acceptor.bind(endpoint, ec);
-    if (!ec)
-        m_acceptor.listen(net::socket_base::max_listen_connections, ec);
-    return !ec;
+    return openAcceptor(m_acceptor, endpoint, ec);
 }
 
 unsigned short Listener::port() const

@@ -11,6 +11,10 @@
 
 class HttpServer;
 
+// Opens, binds and listens; false with the reason in `ec`.
+bool openAcceptor(boost::asio::ip::tcp::acceptor &acceptor, const boost::asio::ip::tcp::endpoint &endpoint,
+                  boost::beast::error_code &ec);
+
 // Accepts connections and gives each a Session on a strand of its own, within the caps of
 // open connections in total and per client address. Out of file descriptors it pauses
 // instead of retrying at once, which would only spin.

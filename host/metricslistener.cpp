@@ -1,5 +1,7 @@
 #include "metricslistener.h"
 
+#include "listener.h"
+
 #include "serverresponses.h"
 
 #include <boost/asio/dispatch.hpp>
@@ -68,14 +70,7 @@ MetricsListener::MetricsListener(net::io_context &ioc, std::function<std::string
 
 bool MetricsListener::open(const net::ip::tcp::endpoint &endpoint, beast::error_code &ec)
 {
-    m_acceptor.open(endpoint.protocol(), ec);
-    if (!ec)
-        m_acceptor.set_option(net::socket_base::reuse_address(true), ec);
-    if (!ec)
-        m_acceptor.bind(endpoint, ec);
-    if (!ec)
-        m_acceptor.listen(net::socket_base::max_listen_connections, ec);
-    return !ec;
+    return openAcceptor(m_acceptor, endpoint, ec);
 }
 
 void MetricsListener::run()
