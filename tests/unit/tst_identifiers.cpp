@@ -15,8 +15,23 @@ private slots:
     void roundTrip();
     void decodeFailures_data();
     void decodeFailures();
+    void encodeIdMatchesReference_data();
+    void encodeIdMatchesReference();
     void localTimeTexts();
 };
+
+// The former formatting, kept as the reference the in-place one must match byte for byte.
+static QString referenceEncodeId(uint first, uint second)
+{
+    QString a = QString::number(first);
+    QString b = QString::number(second);
+    const int r = (a.size() + b.size() + 1) % 3;
+    if (r != 0)
+        b.prepend(QLatin1Char('0'));
+    if (r == 1)
+        a.prepend(QLatin1Char('-'));
+    return QString::fromLatin1(QStringLiteral("%1.%2").arg(a, b).toLocal8Bit().toBase64());
+}
 
 void TestIdentifiers::initTestCase()
 {
@@ -88,6 +103,29 @@ void TestIdentifiers::decodeFailures()
     QCOMPARE(WebApiWorker::decodeId(text, a, b), ok);
     QCOMPARE(a, first);
     QCOMPARE(b, second);
+}
+
+void TestIdentifiers::encodeIdMatchesReference_data()
+{
+    QTest::addColumn<uint>("first");
+    QTest::addColumn<uint>("second");
+    const uint edges[] = {0u, 1u, 9u, 10u, 99u, 100u, 999u, 1000u, 2147483647u, 4294967295u};
+    for (uint a : edges)
+        for (uint b : edges)
+            QTest::addRow("%u.%u", a, b) << a << b;
+    QRandomGenerator random(20261124);
+    for (int i = 0; i < 300; ++i) {  // random digit counts on both sides
+        const uint a = random.generate() >> random.bounded(32);
+        const uint b = random.generate() >> random.bounded(32);
+        QTest::addRow("random %u.%u", a, b) << a << b;
+    }
+}
+
+void TestIdentifiers::encodeIdMatchesReference()
+{
+    QFETCH(uint, first);
+    QFETCH(uint, second);
+    QCOMPARE(WebApiWorker::encodeId(first, second), referenceEncodeId(first, second));
 }
 
 void TestIdentifiers::localTimeTexts()
