@@ -2,6 +2,8 @@
 
 #include <QDateTime>
 
+#include <array>
+
 namespace {
 
 const char kBase64Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -53,6 +55,38 @@ QString WebApiWorker::encodeId(uint first, uint second)
         *out++ = QLatin1Char(kBase64Alphabet[group & 63]);
     }
     return text;
+}
+
+// What QByteArray::fromBase64(text.toUtf8()) gives, without the UTF-8 copy: Qt skips every
+// byte outside the alphabet ('=' included), and a non-ASCII character only makes such bytes.
+QByteArray WebApiWorker::decodeBase64(const QString &text)
+{
+    static const auto values = [] {
+        std::array<qint8, 128> t;
+        t.fill(-1);
+        for (int i = 0; i < 64; ++i)
+            t[uchar(kBase64Alphabet[i])] = qint8(i);
+        return t;
+    }();
+    QByteArray result(int(qint64(text.size()) * 3 / 4), Qt::Uninitialized);
+    char *out = result.data();
+    int count = 0;
+    uint buffer = 0;
+    int bits = 0;
+    const ushort *in = text.utf16();
+    for (const ushort *end = in + text.size(); in != end; ++in) {
+        if (*in >= 128 || values[*in] < 0)
+            continue;
+        buffer = (buffer << 6) | uint(values[*in]);
+        bits += 6;
+        if (bits >= 8) {
+            bits -= 8;
+            out[count++] = char(buffer >> bits);
+            buffer &= (1u << bits) - 1;
+        }
+    }
+    result.truncate(count);
+    return result;
 }
 
 bool WebApiWorker::decodeId(const QString &text, uint &first, uint &second)
