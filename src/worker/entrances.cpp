@@ -106,9 +106,10 @@ uint WebApiWorker::dbInsertEntrance(uint tid, const QVariantMap &data)
     if (!dated)
         values.insert(QStringLiteral("date"), now);
     // Decoded once and bound as bytes; the image never passes through the statement text.
-    const QByteArray photo = data.contains(QStringLiteral("image"))
-        ? QByteArray::fromBase64(data.value(QStringLiteral("image")).toByteArray())
-        : QByteArray();
+    const QVariant image = data.value(QStringLiteral("image"));
+    const QByteArray photo = !data.contains(QStringLiteral("image")) ? QByteArray()
+        : image.userType() == QMetaType::QString ? decodeBase64(image.toString())
+                                                 : QByteArray::fromBase64(image.toByteArray());
     QVariantMap bound = values;  // `values` stays without the photo for the log line below
     if (!photo.isEmpty())
         bound.insert(QStringLiteral("photo"), photo);

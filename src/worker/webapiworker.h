@@ -60,6 +60,7 @@ public:
 
     // Composite identifiers and time texts (identifiers.cpp).
     static QString encodeId(uint first, uint second);
+    static QByteArray decodeBase64(const QString &text);
     static bool decodeId(const QString &text, uint &first, uint &second);
     static QString secsToIsoDateTime(qint64 secs);
     static QString secsToIsoDate(qint64 secs);

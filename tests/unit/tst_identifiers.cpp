@@ -15,8 +15,25 @@ private slots:
     void roundTrip();
     void decodeFailures_data();
     void decodeFailures();
+    void encodeIdMatchesReference_data();
+    void encodeIdMatchesReference();
+    void decodeBase64MatchesQt_data();
+    void decodeBase64MatchesQt();
     void localTimeTexts();
 };
+
+// The former formatting, kept as the reference the in-place one must match byte for byte.
+static QString referenceEncodeId(uint first, uint second)
+{
+    QString a = QString::number(first);
+    QString b = QString::number(second);
+    const int r = (a.size() + b.size() + 1) % 3;
+    if (r != 0)
+        b.prepend(QLatin1Char('0'));
+    if (r == 1)
+        a.prepend(QLatin1Char('-'));
+    return QString::fromLatin1(QStringLiteral("%1.%2").arg(a, b).toLocal8Bit().toBase64());
+}
 
 void TestIdentifiers::initTestCase()
 {
@@ -88,6 +105,64 @@ void TestIdentifiers::decodeFailures()
     QCOMPARE(WebApiWorker::decodeId(text, a, b), ok);
     QCOMPARE(a, first);
     QCOMPARE(b, second);
+}
+
+void TestIdentifiers::encodeIdMatchesReference_data()
+{
+    QTest::addColumn<uint>("first");
+    QTest::addColumn<uint>("second");
+    const uint edges[] = {0u, 1u, 9u, 10u, 99u, 100u, 999u, 1000u, 2147483647u, 4294967295u};
+    for (uint a : edges)
+        for (uint b : edges)
+            QTest::addRow("%u.%u", a, b) << a << b;
+    QRandomGenerator random(20261124);
+    for (int i = 0; i < 300; ++i) {  // random digit counts on both sides
+        const uint a = random.generate() >> random.bounded(32);
+        const uint b = random.generate() >> random.bounded(32);
+        QTest::addRow("random %u.%u", a, b) << a << b;
+    }
+}
+
+void TestIdentifiers::encodeIdMatchesReference()
+{
+    QFETCH(uint, first);
+    QFETCH(uint, second);
+    QCOMPARE(WebApiWorker::encodeId(first, second), referenceEncodeId(first, second));
+}
+
+void TestIdentifiers::decodeBase64MatchesQt_data()
+{
+    QTest::addColumn<QString>("text");
+    const QString cases[] = {QString(), QStringLiteral("="), QStringLiteral("===="), QStringLiteral("QQ=="),
+                             QStringLiteral("QQ"), QStringLiteral("QUI="), QStringLiteral("QUJD"), QStringLiteral("Q"),
+                             QStringLiteral("QUJDRA"), QStringLiteral("QU=JD"), QStringLiteral("Q=Q=Q=Q="),
+                             QStringLiteral(" QU\nJD\r\t"), QStringLiteral("a-b_c+d/"), QStringLiteral("@@!!QUJD$"),
+                             QStringLiteral("QU\u00e9JD\u00ff\u0100"), QStringLiteral("QU\u20acJ\xd83d\xde00" "D"),
+                             QStringLiteral("QU\xd83dJD"), QString(QLatin1Char('\0')) + QStringLiteral("QUJD")};
+    int row = 0;
+    for (const QString &text : cases)
+        QTest::addRow("case %d", row++) << text;
+    // Mostly the alphabet, with pads, url-safe, blank, control and non-ASCII characters between.
+    const QString noise = QStringLiteral("=-_ \n\t.@\u00e9\u20ac");
+    const QString alphabet = QStringLiteral("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/");
+    QRandomGenerator random(4242);
+    for (int i = 0; i < 200; ++i) {
+        QString text;
+        const int length = random.bounded(40);
+        for (int j = 0; j < length; ++j) {
+            const int kind = random.bounded(10);
+            text += kind < 7 ? alphabet.at(random.bounded(alphabet.size()))
+                  : kind < 9 ? noise.at(random.bounded(noise.size()))
+                             : QChar(ushort(random.bounded(0x10000)));
+        }
+        QTest::addRow("random %d", i) << text;
+    }
+}
+
+void TestIdentifiers::decodeBase64MatchesQt()
+{
+    QFETCH(QString, text);
+    QCOMPARE(WebApiWorker::decodeBase64(text), QByteArray::fromBase64(text.toUtf8()));
 }
 
 void TestIdentifiers::localTimeTexts()
