@@ -87,6 +87,24 @@ const BoundKey kBounds[] = {
      "seconds an unknown customer token is answered without asking the InfoDB again (0: always ask)"},
 };
 
+// The host's whole-number limits: key, range, and the field that takes the value.
+struct LimitKey
+{
+    const char *key;
+    qint64 min;
+    qint64 max;
+    int HostConfig::*field;
+};
+
+const LimitKey kLimits[] = {
+    {"limits/timeout", 1, 3600, &HostConfig::timeoutSeconds},
+    {"queue/depth", 0, 1000000, &HostConfig::queueDepth},
+    {"queue/deadline", 1, 3600, &HostConfig::deadlineSeconds},
+    {"auth/failures", 0, 1000000, &HostConfig::authFailures},
+    {"limits/connections", 1, 1000000, &HostConfig::maxConnections},
+    {"limits/client_connections", 1, 1000000, &HostConfig::maxClientConnections},
+};
+
 QString text(EnviroSettings &settings, const char *key, const QString &defaultText)
 {
     return settings.value(QLatin1String(key), defaultText).toString().trimmed();
@@ -185,24 +203,11 @@ bool HostConfig::load(EnviroSettings &settings, HostConfig *config, QString *err
     if (!number(settings, "limits/body", 0, Q_INT64_C(1) << 32, &n, error))
         return false;
     c.bodyLimit = n;
-    if (!number(settings, "limits/timeout", 1, 3600, &n, error))
-        return false;
-    c.timeoutSeconds = int(n);
-    if (!number(settings, "queue/depth", 0, 1000000, &n, error))
-        return false;
-    c.queueDepth = int(n);
-    if (!number(settings, "queue/deadline", 1, 3600, &n, error))
-        return false;
-    c.deadlineSeconds = int(n);
-    if (!number(settings, "auth/failures", 0, 1000000, &n, error))
-        return false;
-    c.authFailures = int(n);
-    if (!number(settings, "limits/connections", 1, 1000000, &n, error))
-        return false;
-    c.maxConnections = int(n);
-    if (!number(settings, "limits/client_connections", 1, 1000000, &n, error))
-        return false;
-    c.maxClientConnections = int(n);
+    for (const LimitKey &limit : kLimits) {
+        if (!number(settings, limit.key, limit.min, limit.max, &n, error))
+            return false;
+        c.*limit.field = int(n);
+    }
     for (const QString &proxy : text(settings, "proxy/trusted").split(QLatin1Char(','), Qt::SkipEmptyParts)) {
         if (QHostAddress(proxy.trimmed()).isNull()) {
             *error = QStringLiteral("setting proxy/trusted: '%1' is not an IP address").arg(proxy.trimmed());
