@@ -31,7 +31,10 @@ RACES = int(os.environ.get("CLUSTER_RACES", 20))
 # Answers of a database or host that is switching over (503, or the database's error code
 # 500 as status 500 or, for a refused write, 400); a client repeats such a request.
 REFUSED_WRITE = "400 code 500"
-RETRYABLE = {500, 503, REFUSED_WRITE}
+# A request in flight on a host that is killed gets no answer at all; a terminal sends it
+# again (an entrance with the same refId), and so does the load.
+DROPPED = "no answer"
+RETRYABLE = {500, 503, REFUSED_WRITE, DROPPED}
 EXPECTED = {200, 201, 208} | RETRYABLE
 RACE_HOSTS = (3, 4)  # extra hosts, each on its own database node
 
@@ -195,12 +198,18 @@ def load():
             if kind == "entrance":
                 with lock:
                     ref = next(next_ref)
-                status, parsed = request(int(ENV["web_port"]), "POST", "/entrance", TERMINAL, entrance(1, ref, now().isoformat()))
+                call = ("POST", "/entrance", TERMINAL, entrance(1, ref, now().isoformat()))
             elif kind == "report":
                 day = (datetime.date.today() - datetime.timedelta(days=1)).isoformat()
-                status, parsed = request(int(ENV["web_port"]), "GET", f"/report/daily/{day}", ADMIN)
+                call = ("GET", f"/report/daily/{day}", ADMIN)
             else:
-                status, parsed = request(int(ENV["web_port"]), "GET", "/" + kind, TERMINAL)
+                call = ("GET", "/" + kind, TERMINAL)
+            status, parsed = request(int(ENV["web_port"]), *call)
+            if status == 0:
+                with lock:
+                    statuses[DROPPED] = statuses.get(DROPPED, 0) + 1
+                    log.append((f"{kind} got no answer; sent again", time.monotonic() - started, 0))
+                status, parsed = request(int(ENV["web_port"]), *call)
             if status == 400 and parsed.get("code") == 500:
                 status = REFUSED_WRITE
             with lock:
