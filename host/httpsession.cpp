@@ -10,6 +10,7 @@
 
 #include "database/dbmanager.h"
 #include "plugin/httppluginworker.h"
+#include "request/requestheader.h"
 
 #include <QStringList>
 #include <QUrl>
@@ -192,7 +193,7 @@ void HttpSession<Stream>::dispatchToPlugin(const Request &request)
     QStringList lines;
     for (const auto &field : request)
         lines.append(text(field.name_string()) + QLatin1String(": ") + text(field.value()));
-    const QString token = WorkerPool::customerToken(lines);
+    const QString token = parseRequestHeader(lines).token;
     if (const int wait = m_server.throttle().retryAfter(m_client, token.toStdString()))
         return answer(QByteArray::fromStdString(ServerResponses::tooManyRequests(wait, keepAlive)), keepAlive);
     const QString method = text(request.method_string());

@@ -134,16 +134,3 @@ int WorkerPool::queued()
     return int(m_queue.size());
 }
 
-QString WorkerPool::customerToken(const QStringList &headerLines)
-{
-    QString token;
-    for (const QString &raw : headerLines) {
-        const QString line = raw.simplified();
-        if (!line.contains(QLatin1String("Pragma:"), Qt::CaseInsensitive)
-            || !line.contains(QLatin1String("token"), Qt::CaseSensitive))
-            continue;
-        const QStringList parts = line.split(QLatin1Char(':'), Qt::SkipEmptyParts);
-        token = parts.size() < 2 ? QString() : parts.at(1).trimmed();
-    }
-    return token;
-}

@@ -47,10 +47,6 @@ public:
     // Asks the InfoDB for a sign of life on the probe thread; `done` runs there.
     void probeInfoDb(std::function<void(bool answers)> done);
 
-    // The customer token as the plug-in reads it: the last line holding "Pragma:" (any case)
-    // and "token", value up to the next colon. The host cannot link the plug-in's parser.
-    static QString customerToken(const QStringList &headerLines);
-
 private:
     void startThread(WorkerContext *context, const QString &name);
     // On `context`'s thread: runs the oldest queued job, then lets the thread's event loop

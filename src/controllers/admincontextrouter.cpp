@@ -3,7 +3,7 @@
 #include "controllers/controllerfactory.h"
 #include "controllers/iendpointcontroller.h"
 #include "response/response.h"
-#include "worker/webapiworker.h"
+#include "request/requestheader.h"
 
 #include <QSqlError>
 #include <QSqlQuery>
@@ -22,7 +22,7 @@ AdminContextRouter::~AdminContextRouter()
 
 void AdminContextRouter::build(AdminRequestContext &ctx)
 {
-    const QStringList words = WebApiWorker::urlPathWords(ctx.url);
+    const QStringList words = urlPathWords(ctx.url);
     const QString endpoint = words.value(0);
     if (ctx.header.debugLevel)
         qDebug("AdminContextRouter::build() endpoint: '%s' data size: %i", qPrintable(endpoint), int(ctx.data.size()));

@@ -2,7 +2,7 @@
 #define ADMINREQUESTCONTEXT_H
 
 #include "controllers/admininfo.h"
-#include "worker/requestheader.h"
+#include "request/requestheader.h"
 
 #include <QByteArray>
 #include <QSqlDatabase>

@@ -2,7 +2,7 @@
 
 #include "controllers/controllerhelpers.h"
 #include "response/response.h"
-#include "worker/webapiworker.h"
+#include "request/requestheader.h"
 
 #include <QSqlError>
 #include <QSqlQuery>
@@ -11,7 +11,7 @@ bool IEndpointController::acceptRequest(AdminRequestContext &ctx, const QString 
                                         QString &filter)
 {
     m_debug = ctx.header.debugLevel;
-    const QStringList words = WebApiWorker::urlPathWords(ctx.url);
+    const QStringList words = urlPathWords(ctx.url);
     const QString first = words.value(0);
     // The same text in every controller: existing log readers look for it.
     if (m_debug)

@@ -1,7 +1,7 @@
 #ifndef RESPONSE_H
 #define RESPONSE_H
 
-#include "worker/requestheader.h"
+#include "request/requestheader.h"
 
 #include <QMap>
 #include <QObject>

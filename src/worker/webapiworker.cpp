@@ -39,41 +39,6 @@ bool WebApiWorker::isReady()
     return true;
 }
 
-RequestHeader WebApiWorker::parseHeader(const QStringList &lines) const
-{
-    if (m_debugLevel >= 2)
-        qDebug() << "WebApiWorker::parseHeader(" << lines.size() << ")";
-    RequestHeader header;
-    header.debugLevel = m_debugLevel;
-    for (const QString &raw : lines) {
-        const QString line = raw.simplified();
-        // Unanchored searches, first hit wins, the last line of a kind wins.
-        if (line.contains(QLatin1String("Pragma:"), Qt::CaseInsensitive) && line.contains(QLatin1String("token")))
-            header.token = headerValue(line);
-        else if (line.contains(QLatin1String("Content-Type"), Qt::CaseInsensitive))
-            header.contentType = headerValue(line);
-        else if (line.contains(QLatin1String("Authorization"), Qt::CaseInsensitive)) {
-            header.authorization = headerValue(line);
-            header.valid = true;
-        } else if (line.contains(QLatin1String("X-ZMT-TID"), Qt::CaseInsensitive))
-            header.tid = headerValue(line);
-        else if (line.contains(QLatin1String("X-ZMT-AID"), Qt::CaseInsensitive))
-            header.aid = headerValue(line);
-        else if (line.contains(QLatin1String("X-WEBAPI-DEVEL-ENV"), Qt::CaseInsensitive))
-            header.develToken = headerValue(line);
-    }
-    return header;
-}
-
-QString WebApiWorker::headerValue(const QString &line)
-{
-    // A value ends at the next colon; clients never send one inside a value.
-    const QStringList parts = line.split(QLatin1Char(':'), Qt::SkipEmptyParts);
-    if (parts.size() < 2)
-        return QString();
-    return parts.at(1).trimmed();
-}
-
 void WebApiWorker::selectContext(const QString &method, const QString &firstWord)
 {
     if (method == QLatin1String("GET") && m_terminalOnlyPaths.contains(firstWord))
@@ -82,14 +47,6 @@ void WebApiWorker::selectContext(const QString &method, const QString &firstWord
         m_contextType = AdminContext;
     else
         m_contextType = TerminalContext;
-}
-
-QStringList WebApiWorker::urlPathWords(const QUrl &url)
-{
-    QStringList words = url.path(QUrl::FullyDecoded).split(QLatin1Char('/'), Qt::SkipEmptyParts);
-    if (!words.isEmpty())
-        words.removeFirst();
-    return words;
 }
 
 QByteArray WebApiWorker::buildResponse(const QString &method, const QUrl &url, const QStringList &headers,
@@ -105,7 +62,8 @@ QByteArray WebApiWorker::buildResponse(const QString &method, const QUrl &url, c
     }
 
     const QStringList words = urlPathWords(url);
-    m_header = parseHeader(headers);
+    m_header = parseRequestHeader(headers);
+    m_header.debugLevel = m_debugLevel;
     const QString firstWord = words.isEmpty() ? QString() : words.first();
     selectContext(method, firstWord);
 

@@ -3,7 +3,7 @@
 
 #include "plugin/httppluginworker.h"
 #include "licence/licence.h"
-#include "worker/requestheader.h"
+#include "request/requestheader.h"
 #include "worker/workerconnections.h"
 
 #include <QSharedPointer>
@@ -36,10 +36,7 @@ public:
     void setDatabase(const QSqlDatabase &db) override;
     bool isReady() override;
 
-    RequestHeader parseHeader(const QStringList &lines) const;
-    static QString headerValue(const QString &line);
     void selectContext(const QString &method, const QString &firstWord);
-    static QStringList urlPathWords(const QUrl &url);
     bool initDatabase();
     // The licence rows, which are also the first statement of every request: on a reused
     // connection whose server is gone, the connection is opened again once and they are reread.

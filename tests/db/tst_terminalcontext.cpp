@@ -22,7 +22,7 @@ public:
 
     QByteArray post(const QString &word, const QStringList &headers, const QByteArray &body)
     {
-        m_header = parseHeader(headers);
+        m_header = parseRequestHeader(headers);
         m_response.reset(new Response(m_header));
         initDatabase();
         routeInTerminalContext(QStringLiteral("POST"), {word}, body);

@@ -58,16 +58,13 @@ void TestParseHeader::parseHeader()
     QFETCH(QStringList, lines);
     QFETCH(QString, expected);
 
-    WebApiWorker worker(QStringLiteral("2.4.1"));
-    worker.setDebugLevel(2);
-    const RequestHeader h = worker.parseHeader(lines);
+    const RequestHeader h = parseRequestHeader(lines);
     QCOMPARE(QStringList({h.token, h.contentType, h.authorization, h.tid, h.aid, QString::number(h.valid),
                           h.develToken})
                  .join(QLatin1Char('|')),
              expected);
     QVERIFY(!h.develEnv);
     QVERIFY(h.prettyJson);
-    QCOMPARE(int(h.debugLevel), 2);
 }
 
 void TestParseHeader::selectContext_data()
@@ -126,7 +123,7 @@ void TestParseHeader::urlPathWords()
 {
     QFETCH(QString, url);
     QFETCH(QStringList, words);
-    QCOMPARE(WebApiWorker::urlPathWords(QUrl(url)), words);
+    QCOMPARE(::urlPathWords(QUrl(url)), words);
 }
 
 QTEST_GUILESS_MAIN(TestParseHeader)

@@ -2,6 +2,9 @@
 #define REQUESTHEADER_H
 
 #include <QString>
+#include <QStringList>
+
+class QUrl;
 
 // The parsed header lines of one request; a plain value, copied into the Response and the
 // admin context.
@@ -18,5 +21,13 @@ struct RequestHeader
     bool prettyJson = true;
     quint8 debugLevel = 0;
 };
+
+// The one reading of a request's header lines, shared by the plug-in and the host (which
+// needs the customer token before it hands the request on).
+RequestHeader parseRequestHeader(const QStringList &lines);
+// The value of one header line: what follows the first colon, up to the next one.
+QString headerValue(const QString &line);
+// The path's words below the interface's own first word (/webapi/people/x -> people, x).
+QStringList urlPathWords(const QUrl &url);
 
 #endif
