@@ -57,12 +57,6 @@ QString formatShift(quint8 shiftNo, bool isPlan, bool hasFond, bool isFreeDay)
     return isPlan ? QStringLiteral("P %1.").arg(shiftNo) : QStringLiteral("%1.").arg(shiftNo);
 }
 
-QVariant storedValue(const QVariant &value)
-{
-    // The driver gives NULL as a typed null, which JSON would render as 0 or "".
-    return value.isNull() ? QVariant() : value;
-}
-
 RowLayout::RowLayout(const QSqlRecord &record, const QSet<QString> &durationColumns, const QStringList &computed)
 {
     // A map as the rows once were: keys in order, and a later column or a computed key wins.

@@ -57,9 +57,6 @@ private:
     QVector<Key> m_keys;
 };
 
-// A driver value as it goes into JSON: NULL becomes null rather than a typed zero.
-QVariant storedValue(const QVariant &value);
-
 // Local midnight of `date`, as the day is keyed in the database.
 qint64 localMidnight(const QDate &date);
 

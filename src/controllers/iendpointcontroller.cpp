@@ -47,8 +47,6 @@ bool IEndpointController::execOrReport(AdminRequestContext &ctx, QSqlQuery &quer
 {
     if (query.exec(sql))
         return true;
-    const QString error = query.lastError().text();
-    qWarning(failureFormat, qPrintable(error));
-    ctx.response->setError(Response::RE_SQLError, error);
+    ctx.response->setSqlError(query.lastError().text(), sql, failureFormat, Response::SqlLog::Warning);
     return false;
 }

@@ -4,6 +4,7 @@
 #include <QByteArray>
 #include <QMetaType>
 #include <QString>
+#include <QVariant>
 #include <QVector>
 
 #include <cstring>
@@ -102,5 +103,11 @@ private:
     bool m_afterKey = false;
     bool m_zoneRead = false;
 };
+
+// A driver value as it goes into JSON: NULL becomes null rather than a typed zero or "".
+inline QVariant storedValue(const QVariant &value)
+{
+    return value.isNull() ? QVariant() : value;
+}
 
 #endif

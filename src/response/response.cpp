@@ -133,6 +133,15 @@ void Response::setError(uint code, const QString &arg1, const QString &arg2)
     setErrorBody(errorMessage(code).arg(arg1, arg2), code, httpStatusForError(code));
 }
 
+void Response::setSqlError(const QString &error, const QString &sql, const char *logLine, SqlLog level)
+{
+    setError(RE_SQLError, error);
+    if (level == SqlLog::Warning)
+        qWarning(logLine, qPrintable(error));
+    else
+        qCritical() << logLine << error << "\nSQL:" << sql;
+}
+
 QByteArray Response::renderError(uint code)
 {
     setError(code);

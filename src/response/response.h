@@ -66,6 +66,11 @@ public:
     void setError(uint code, const QString &arg);
     void setError(uint code, const QString &arg1, const QString &arg2);
     QByteArray renderError(uint code);
+    // A failed statement, reported the same way on both sides: RE_SQLError with the driver's
+    // text. The terminal side logs critical: `logLine`, the text, "\nSQL:" and the statement;
+    // the admin side logs a warning with `logLine` as a printf format of the text.
+    enum class SqlLog { Critical, Warning };
+    void setSqlError(const QString &error, const QString &sql, const char *logLine, SqlLog level = SqlLog::Critical);
     QByteArray renderError(uint code, const QString &arg);
 
     static QVariant errorList();

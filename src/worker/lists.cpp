@@ -64,11 +64,6 @@ QStringList terminalPeopleWhere(uint tid, uint uid)
 
 } // namespace
 
-QVariant WebApiWorker::storedValue(const QVariant &value)
-{
-    return value.isNull() ? QVariant() : value;
-}
-
 QVariant WebApiWorker::collectRows(QSqlQuery &query, bool single, const RowWriter &writeRow)
 {
     JsonWriter json(m_header.prettyJson);

@@ -1,5 +1,6 @@
 #include "worker/webapiworker.h"
 
+#include "response/jsonwriter.h"
 #include "response/response.h"
 
 #include <QSqlError>
@@ -81,8 +82,8 @@ QVariant personEntry(const QSqlQuery &query)
         row.insert(QStringLiteral("access"), query.value(11).toBool());
         row.insert(QStringLiteral("grp"), query.value(12).toUInt());  // NULL without a link: 0
         row.insert(QStringLiteral("present"), query.value(13).toUInt());
-        row.insert(QStringLiteral("begin"), WebApiWorker::storedValue(query.value(14)));
-        row.insert(QStringLiteral("end"), WebApiWorker::storedValue(query.value(15)));
+        row.insert(QStringLiteral("begin"), storedValue(query.value(14)));
+        row.insert(QStringLiteral("end"), storedValue(query.value(15)));
     }
     return row;
 }

@@ -1,5 +1,6 @@
 #include "worker/webapiworker.h"
 
+#include "response/jsonwriter.h"
 #include "response/response.h"
 
 #include <QDateTime>

@@ -257,8 +257,7 @@ void WebApiWorker::reportSqlError(const QSqlQuery &query, const char *logLine)
 
 void WebApiWorker::reportSqlError(const QString &error, const QString &sql, const char *logLine)
 {
-    m_response->setError(Response::RE_SQLError, error);
-    qCritical() << logLine << error << "\nSQL:" << sql;
+    m_response->setSqlError(error, sql, logLine);
 }
 
 QString WebApiWorker::boundAssignments(const QVariantMap &values, const QString &shape)

@@ -62,8 +62,6 @@ public:
     static QString secsToIsoDateTime(qint64 secs);
     static QString secsToIsoDate(qint64 secs);
     static qint64 isoToSecs(const QString &text);
-    // A column passed on as stored: SQL NULL becomes an invalid variant, which renders as null.
-    static QVariant storedValue(const QVariant &value);
 
     // Terminal verb handlers (handlers.cpp).
     void buildGetResponse(const QStringList &words);
