@@ -1,4 +1,4 @@
-#include "plugin/buildstamp.h"
+#include "module/buildstamp.h"
 
 #include <QDateTime>
 #include <QLocale>

@@ -1,6 +1,6 @@
-#include "plugin/webapi.h"
+#include "module/webapi.h"
 
-#include "plugin/buildstamp.h"
+#include "module/buildstamp.h"
 #include "worker/webapiworker.h"
 
 #include <QtPlugin>
