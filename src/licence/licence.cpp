@@ -1,7 +1,5 @@
 #include "licence/licence.h"
 
-#include "response/response.h"
-
 #include <QCryptographicHash>
 #include <QSqlError>
 #include <QSqlQuery>
@@ -52,17 +50,15 @@ bool Licence::webApiEnabled() const
     return m_rows.value(kEnabledRow).trimmed() == QLatin1String("1");
 }
 
-bool Licence::checkAuth(const QString &authorization, Scope scope, Response *response) const
+Licence::Auth Licence::checkAuth(const QString &authorization, Scope scope) const
 {
     // A lone word may be a key sent without its scheme, so it is never echoed; "Bearer"
     // alone is the scheme with an empty key.
     const int blank = authorization.indexOf(QLatin1Char(' '));
     const bool bareBearer = authorization.compare(QLatin1String("Bearer"), Qt::CaseInsensitive) == 0;
     const QString scheme = blank < 0 ? (bareBearer ? authorization : QString()) : authorization.left(blank);
-    if (scheme.compare(QLatin1String("Bearer"), Qt::CaseInsensitive) != 0) {
-        response->setError(Response::RE_BadAuthorization, scheme);
-        return false;
-    }
+    if (scheme.compare(QLatin1String("Bearer"), Qt::CaseInsensitive) != 0)
+        return {Auth::BadScheme, scheme};
     const QString key = blank < 0 ? QString() : authorization.mid(blank + 1).trimmed();
     const QByteArray digest = keyDigest(key).toLatin1();
     const QString wanted = scope == Scope::Admin ? QStringLiteral("admin:") : QStringLiteral("terminal:");
@@ -79,12 +75,9 @@ bool Licence::checkAuth(const QString &authorization, Scope scope, Response *res
         }
         known |= constantTimeEquals(digest, stored.toLatin1());
     }
-    if (!known) {
-        // Never echo a whole key.
-        response->setError(Response::RE_BadApiToken, key.left(4) + QStringLiteral("..."));
-        return false;
-    }
-    return true;
+    if (!known)
+        return {Auth::UnknownKey, key.left(4) + QStringLiteral("...")};
+    return {};
 }
 
 bool Licence::developmentAllowed(const QString &sent) const

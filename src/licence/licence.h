@@ -5,8 +5,6 @@
 #include <QSqlDatabase>
 #include <QString>
 
-class Response;
-
 // The licence checks of a customer, read from the rows of its `vars` table:
 //   webapi.enabled   1 switches the REST interface on
 //   webapi.key.*     lower-case hex SHA-256 of a client key, one row per client; with a
@@ -26,9 +24,16 @@ public:
     // False when the rows cannot be read (the database is gone): no verdict, not a refusal.
     bool load(const QSqlDatabase &db);
     bool webApiEnabled() const;
-    // Accepts "Bearer <key>" of a key for `scope`; on refusal sets RE_BadAuthorization or
-    // RE_BadApiToken (a key of the other scope is refused as an unknown one).
-    bool checkAuth(const QString &authorization, Scope scope, Response *response) const;
+    // The verdict on an Authorization value: accepted, or why not with what of the value may
+    // be shown back (the scheme, or the start of the key; never a whole key).
+    struct Auth
+    {
+        enum Outcome { Accepted, BadScheme, UnknownKey };
+        Outcome outcome = Accepted;
+        QString shown;
+    };
+    // Accepts "Bearer <key>" of a key for `scope`; a key of the other scope is an unknown one.
+    Auth checkAuth(const QString &authorization, Scope scope) const;
     // The customer consented to development mode with this value.
     bool developmentAllowed(const QString &sent) const;
     bool deviceAllowed(uint vid) const;

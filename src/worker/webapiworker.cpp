@@ -122,8 +122,14 @@ bool WebApiWorker::checkWebApiEnabled(const QString &firstWord)
 bool WebApiWorker::checkAuth(const QString &authorization)
 {
     // A scoped key serves its own context only.
-    return m_licence.checkAuth(authorization, m_contextType == AdminContext ? Licence::Scope::Admin : Licence::Scope::Terminal,
-                               m_response.data());
+    const Licence::Auth auth = m_licence.checkAuth(
+        authorization, m_contextType == AdminContext ? Licence::Scope::Admin : Licence::Scope::Terminal);
+    if (auth.outcome == Licence::Auth::Accepted)
+        return true;
+    m_response->setError(auth.outcome == Licence::Auth::BadScheme ? Response::RE_BadAuthorization
+                                                                   : Response::RE_BadApiToken,
+                         auth.shown);
+    return false;
 }
 
 bool WebApiWorker::checkTerminalInVorix(uint vid)
@@ -226,7 +232,6 @@ void WebApiWorker::routeInAdminContext(const QString &method, const QUrl &url, c
 {
     if (m_debugLevel != 0)
         qDebug() << "WebApiWorker::routeInAdminContext(" << method << ")";
-    auto *router = new AdminContextRouter();
     AdminRequestContext ctx;
     ctx.header = m_header;
     ctx.method = method;
@@ -234,8 +239,7 @@ void WebApiWorker::routeInAdminContext(const QString &method, const QUrl &url, c
     ctx.data = QByteArray(body.constData());  // up to the first NUL, on purpose
     ctx.response = m_response.data();
     ctx.db = m_db;
-    router->build(ctx);
-    delete router;  // the one manual deletion: the router lives for this request only
+    routeAdminRequest(ctx);
 }
 
 QVariant WebApiWorker::terminalInfo() const
