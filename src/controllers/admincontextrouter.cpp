@@ -1,43 +1,17 @@
 #include "controllers/admincontextrouter.h"
 
-#include "controllers/controllerfactory.h"
-#include "controllers/iendpointcontroller.h"
-#include "response/response.h"
+#include "controllers/attendancecontroller.h"
+#include "controllers/reportcontroller.h"
+#include "controllers/workcontroller.h"
 #include "request/requestheader.h"
+#include "response/response.h"
 
 #include <QSqlError>
 #include <QSqlQuery>
 
-AdminContextRouter::AdminContextRouter(QObject *parent)
-    : QObject(parent)
-    , m_factory(new ControllerFactory(this))
-{
-}
+namespace {
 
-AdminContextRouter::~AdminContextRouter()
-{
-    // The factory is a child as well, so it goes with the router in any case.
-    m_factory->deleteLater();
-}
-
-void AdminContextRouter::build(AdminRequestContext &ctx)
-{
-    const QStringList words = urlPathWords(ctx.url);
-    const QString endpoint = words.value(0);
-    if (ctx.header.debugLevel)
-        qDebug("AdminContextRouter::build() endpoint: '%s' data size: %i", qPrintable(endpoint), int(ctx.data.size()));
-    // The administrator comes first: a bad token never learns whether an endpoint exists.
-    if (!getAdminId(ctx))
-        return;
-    IEndpointController *controller = m_factory->getController(endpoint);
-    if (!controller) {
-        ctx.response->setError(Response::RE_InvalidApiEndpoint, endpoint);
-        return;
-    }
-    controller->process(ctx);
-}
-
-bool AdminContextRouter::getAdminId(AdminRequestContext &ctx)
+bool lookUpAdmin(AdminRequestContext &ctx)
 {
     QSqlQuery query(ctx.db);
     query.prepare(QStringLiteral("SELECT aid, status, perms FROM admins WHERE apiToken = ? AND !del"));
@@ -60,4 +34,34 @@ bool AdminContextRouter::getAdminId(AdminRequestContext &ctx)
     ctx.admin.setStatus(quint16(query.value(1).toUInt()));
     ctx.admin.setPerms(query.value(2).toUInt());
     return true;
+}
+
+// Built once and shared by every thread: the controllers keep nothing of a request.
+const IEndpointController *controllerFor(const QString &word)
+{
+    static const AttendanceController attendance;
+    static const ReportController report;
+    static const WorkController work;
+    static const IEndpointController *const controllers[] = {&attendance, &report, &work};
+    for (const IEndpointController *controller : controllers) {
+        if (controller->endpoint() == word)
+            return controller;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+void routeAdminRequest(AdminRequestContext &ctx)
+{
+    const QString endpoint = urlPathWords(ctx.url).value(0);
+    if (ctx.header.debugLevel)
+        qDebug("AdminContextRouter::build() endpoint: '%s' data size: %i", qPrintable(endpoint), int(ctx.data.size()));
+    // The administrator comes first: a bad token never learns whether an endpoint exists.
+    if (!lookUpAdmin(ctx))
+        return;
+    if (const IEndpointController *controller = controllerFor(endpoint))
+        controller->process(ctx);
+    else
+        ctx.response->setError(Response::RE_InvalidApiEndpoint, endpoint);
 }

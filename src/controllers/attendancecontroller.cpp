@@ -19,37 +19,13 @@ void writeExtra(JsonWriter &json, const QVariant &diff)
 } // namespace
 
 AttendanceController::AttendanceController()
-    : m_endpoint(QStringLiteral("attendance"))
+    : IEndpointController(QLatin1String("attendance"), {{QLatin1String("daily"), false, &collectDayData},
+                                                        {QLatin1String("monthly"), true, &collectMonthData}})
 {
 }
 
-QStringList AttendanceController::endpoints() const
+void AttendanceController::collectDayData(AdminRequestContext &ctx, const QDate &date)
 {
-    return {m_endpoint};
-}
-
-void AttendanceController::process(AdminRequestContext &ctx)
-{
-    QString period;
-    QString filter;
-    if (!acceptRequest(ctx, m_endpoint, period, filter))
-        return;
-    if (period == QLatin1String("daily"))
-        collectDayData(ctx, filter);
-    else if (period == QLatin1String("monthly"))
-        collectMonthData(ctx, filter);
-    else
-        ctx.response->setError(Response::RE_InvalidApiEndpoint, period);
-}
-
-void AttendanceController::collectDayData(AdminRequestContext &ctx, const QString &filter)
-{
-    if (m_debug)
-        qDebug("AttendanceController::collectDayData() filter: '%s' aid: %u", qPrintable(filter), uint(ctx.admin.aid));
-    const QDate date = periodDate(ctx, filter, false);
-    if (!date.isValid())
-        return;
-
     QSqlQuery query(ctx.db);
     const QString sql = QStringLiteral(
         "SELECT p.pid personId, p.pamId, CONCAT(p.surname, ' ', p.name) personName, DATE(FROM_UNIXTIME(a.date)) day, "
@@ -95,14 +71,8 @@ void AttendanceController::collectDayData(AdminRequestContext &ctx, const QStrin
     ctx.response->setData(json.takeBody());
 }
 
-void AttendanceController::collectMonthData(AdminRequestContext &ctx, const QString &filter)
+void AttendanceController::collectMonthData(AdminRequestContext &ctx, const QDate &date)
 {
-    if (m_debug)
-        qDebug("AttendanceController::collectMonthData() filter: '%s' aid: %u", qPrintable(filter), uint(ctx.admin.aid));
-    const QDate date = periodDate(ctx, filter, true);
-    if (!date.isValid())
-        return;
-
     // ref_fond stands twice under one alias; in the row it is one key.
     const QString head = QStringLiteral(
         "SELECT a.month, p.pid personId, p.pamId, CONCAT_WS(' ',  p.surname, p.name) personName, a.gid groupId, "

@@ -10,14 +10,9 @@ class AttendanceController : public IEndpointController
 public:
     AttendanceController();
 
-    void process(AdminRequestContext &ctx) override;
-    QStringList endpoints() const override;
-
-    void collectDayData(AdminRequestContext &ctx, const QString &filter);
-    void collectMonthData(AdminRequestContext &ctx, const QString &filter);
-
 private:
-    QString m_endpoint;
+    static void collectDayData(AdminRequestContext &ctx, const QDate &date);
+    static void collectMonthData(AdminRequestContext &ctx, const QDate &date);
 };
 
 #endif

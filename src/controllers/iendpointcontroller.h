@@ -4,31 +4,41 @@
 #include "controllers/adminrequestcontext.h"
 
 #include <QDate>
-#include <QStringList>
+#include <QLatin1String>
+#include <QVector>
 
 class QSqlQuery;
 
-// An endpoint of the admin context: serves the first path word(s) that endpoints() names
-// and writes its result or its error to the request's Response.
+// An endpoint of the admin context: <endpoint>/<period>/<filter>. The shape is the same for
+// every endpoint: the checks, the period word looked up in the endpoint's table, the date the
+// filter names, then the period's handler, which writes its result or its error to the
+// request's Response. Holds nothing of a request, so one instance serves every thread.
 class IEndpointController
 {
 public:
-    virtual ~IEndpointController() = default;
-    virtual void process(AdminRequestContext &ctx) = 0;
-    virtual QStringList endpoints() const = 0;
+    QLatin1String endpoint() const { return m_endpoint; }
+    void process(AdminRequestContext &ctx) const;
 
 protected:
-    // The checks every controller makes before its own work: debug flag, verb, permission
-    // and endpoint word. On false the error is already on the Response.
-    bool acceptRequest(AdminRequestContext &ctx, const QString &endpoint, QString &period, QString &filter);
-    // The date a filter names; invalid (and reported) when the filter names none.
-    static QDate periodDate(AdminRequestContext &ctx, const QString &filter, bool monthly);
+    using Handler = void (*)(AdminRequestContext &ctx, const QDate &date);
+    struct Period
+    {
+        QLatin1String word;
+        bool monthly;  // the filter names a month, not a day
+        Handler handle;
+    };
+
+    IEndpointController(QLatin1String endpoint, QVector<Period> periods);
+    ~IEndpointController() = default;
+
     // Runs a substituted statement; a failure is logged with `failureFormat` and reported
     // as RE_SQLError.
     static bool execOrReport(AdminRequestContext &ctx, QSqlQuery &query, const QString &sql,
                              const char *failureFormat);
 
-    quint8 m_debug = 0;
+private:
+    const QLatin1String m_endpoint;
+    const QVector<Period> m_periods;
 };
 
 #endif

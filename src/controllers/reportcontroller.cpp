@@ -8,113 +8,10 @@
 #include <QSqlQuery>
 #include <QSqlRecord>
 
-ReportController::ReportController()
-    : m_endpoint(QStringLiteral("report"))
-{
-}
+namespace {
 
-QStringList ReportController::endpoints() const
+QVariant collectActiveEmployees(const QSqlDatabase &db, const QDate &from, const QDate &to, uint aid)
 {
-    return {m_endpoint};
-}
-
-void ReportController::process(AdminRequestContext &ctx)
-{
-    QString period;
-    QString filter;
-    if (!acceptRequest(ctx, m_endpoint, period, filter))
-        return;
-    if (period == QLatin1String("daily"))
-        buildDailyData(ctx, filter);
-    else if (period == QLatin1String("monthly"))
-        buildMonthlyData(ctx, filter);
-    else if (period == QLatin1String("daily-detailed"))
-        buildDailyDetailedData(ctx, filter);
-    else if (period == QLatin1String("monthly-detailed"))
-        buildMonthlyDetailedData(ctx, filter);
-    else
-        ctx.response->setError(Response::RE_InvalidApiEndpoint, period);
-}
-
-void ReportController::buildDailyData(AdminRequestContext &ctx, const QString &filter)
-{
-    if (m_debug)
-        qDebug("ReportController::buildDailyData() period: '%s' aid: %u", qPrintable(filter), uint(ctx.admin.aid));
-    buildPeriod(ctx, filter, false, false);
-}
-
-void ReportController::buildMonthlyData(AdminRequestContext &ctx, const QString &filter)
-{
-    if (m_debug)
-        qDebug("ReportController::buildMonthlyData() period: '%s' aid: %u", qPrintable(filter), uint(ctx.admin.aid));
-    buildPeriod(ctx, filter, true, false);
-}
-
-void ReportController::buildDailyDetailedData(AdminRequestContext &ctx, const QString &filter)
-{
-    if (m_debug)
-        qDebug("ReportController::buildDailyDetailedData() period: '%s' aid: %u", qPrintable(filter),
-               uint(ctx.admin.aid));
-    buildPeriod(ctx, filter, false, true);
-}
-
-void ReportController::buildMonthlyDetailedData(AdminRequestContext &ctx, const QString &filter)
-{
-    if (m_debug)
-        qDebug("ReportController::buildMonthlyDetailedData() period: '%s' aid: %u", qPrintable(filter),
-               uint(ctx.admin.aid));
-    buildPeriod(ctx, filter, true, true);
-}
-
-void ReportController::buildPeriod(AdminRequestContext &ctx, const QString &filter, bool monthly, bool detailed)
-{
-    const QDate date = periodDate(ctx, filter, monthly);
-    if (!date.isValid())
-        return;
-    // An offset lands in a month, and the whole month is taken.
-    const QDate from = monthly ? QDate(date.year(), date.month(), 1) : date;
-    const QDate to = monthly ? QDate(date.year(), date.month(), date.daysInMonth()) : date;
-    if (detailed)
-        buildEmployeeDetailedData(ctx, from, to);
-    else
-        buildEmployeeData(ctx, from, to);
-}
-
-void ReportController::buildEmployeeData(AdminRequestContext &ctx, const QDate &from, const QDate &to)
-{
-    if (m_debug)
-        qDebug("ReportController::buildEmployeeData() '%s' .. '%s'", qPrintable(from.toString(Qt::ISODate)),
-               qPrintable(to.toString(Qt::ISODate)));
-    buildPayload(ctx, from, to, false);
-}
-
-void ReportController::buildEmployeeDetailedData(AdminRequestContext &ctx, const QDate &from, const QDate &to)
-{
-    if (m_debug)
-        qDebug("ReportController::buildEmployeeDetailedData() '%s' .. '%s'", qPrintable(from.toString(Qt::ISODate)),
-               qPrintable(to.toString(Qt::ISODate)));
-    buildPayload(ctx, from, to, true);
-}
-
-void ReportController::buildPayload(AdminRequestContext &ctx, const QDate &from, const QDate &to, bool detailed)
-{
-    JsonWriter json(ctx.header.prettyJson);
-    json.beginObject();
-    json.key("activeEmployees").variant(collectActiveEmployees(ctx.db, from, to, ctx.admin.aid));
-    json.key("dateFrom").variant(from);
-    json.key("dateTo").variant(to);
-    uint presentCount = 0;
-    writeEmployeeData(json.key("employeeData"), ctx.db, from, to, ctx.admin.aid, presentCount, detailed);
-    json.key("presentEmployees").number(presentCount);
-    json.endObject();
-    ctx.response->setData(json.takeBody());
-}
-
-QVariant ReportController::collectActiveEmployees(QSqlDatabase db, const QDate &from, const QDate &to, uint aid)
-{
-    if (m_debug)
-        qDebug("EmployeeAttendanceBuilder::collectActiveEmployees() '%s' .. '%s' aid: %u",
-               qPrintable(from.toString(Qt::ISODate)), qPrintable(to.toString(Qt::ISODate)), aid);
     QSqlQuery query(db);
     query.prepare(QStringLiteral(
         "SELECT COUNT(uid) FROM people p LEFT JOIN admins_people ap USING(uid) WHERE aid = :aid AND status AND begin <= "
@@ -128,17 +25,14 @@ QVariant ReportController::collectActiveEmployees(QSqlDatabase db, const QDate &
                  qPrintable(query.lastError().text()));
     else if (query.next())
         count = query.value(0).toUInt();
-    if (m_debug)
-        qDebug("AdminContextBuilder::collectActiveEmployees() SQL: %s", qPrintable(query.lastQuery()));
     return count;
 }
 
-void ReportController::writeEmployeeData(JsonWriter &json, QSqlDatabase db, const QDate &from, const QDate &to,
-                                         uint aid, uint &presentCount, bool detailed)
+// The summary (`detailed` false) or the per-interval form as the next value of `json`; null
+// on a failed query.
+void writeEmployeeData(JsonWriter &json, const QSqlDatabase &db, const QDate &from, const QDate &to, uint aid,
+                       uint &presentCount, bool detailed)
 {
-    if (m_debug)
-        qDebug("EmployeeAttendanceBuilder::collectEmployeeData() '%s' .. '%s' aid: %u",
-               qPrintable(from.toString(Qt::ISODate)), qPrintable(to.toString(Qt::ISODate)), aid);
     QSqlQuery query(db);
     if (detailed)
         query.prepare(QStringLiteral(
@@ -166,8 +60,6 @@ void ReportController::writeEmployeeData(JsonWriter &json, QSqlDatabase db, cons
         json.null();
         return;
     }
-    if (m_debug)
-        qDebug("AdminContextBuilder::collectEmployeeData() SQL: %s", qPrintable(query.lastQuery()));
 
     const QSqlRecord record = query.record();
     const int cUid = record.indexOf(QStringLiteral("uid"));
@@ -257,4 +149,32 @@ void ReportController::writeEmployeeData(JsonWriter &json, QSqlDatabase db, cons
     if (open)
         flush();
     json.endArray();
+}
+
+// A day, or the whole month an offset or a literal month lands in.
+template <bool monthly, bool detailed>
+void buildPeriod(AdminRequestContext &ctx, const QDate &date)
+{
+    const QDate from = monthly ? QDate(date.year(), date.month(), 1) : date;
+    const QDate to = monthly ? QDate(date.year(), date.month(), date.daysInMonth()) : date;
+    JsonWriter json(ctx.header.prettyJson);
+    json.beginObject();
+    json.key("activeEmployees").variant(collectActiveEmployees(ctx.db, from, to, ctx.admin.aid));
+    json.key("dateFrom").variant(from);
+    json.key("dateTo").variant(to);
+    uint presentCount = 0;
+    writeEmployeeData(json.key("employeeData"), ctx.db, from, to, ctx.admin.aid, presentCount, detailed);
+    json.key("presentEmployees").number(presentCount);
+    json.endObject();
+    ctx.response->setData(json.takeBody());
+}
+
+} // namespace
+
+ReportController::ReportController()
+    : IEndpointController(QLatin1String("report"), {{QLatin1String("daily"), false, &buildPeriod<false, false>},
+                                                    {QLatin1String("monthly"), true, &buildPeriod<true, false>},
+                                                    {QLatin1String("daily-detailed"), false, &buildPeriod<false, true>},
+                                                    {QLatin1String("monthly-detailed"), true, &buildPeriod<true, true>}})
+{
 }

@@ -8,36 +8,13 @@
 #include <QSqlRecord>
 
 WorkController::WorkController()
-    : m_endpoint(QStringLiteral("work"))
+    : IEndpointController(QLatin1String("work"), {{QLatin1String("daily"), false, &processDailyData},
+                                                  {QLatin1String("monthly"), true, &processMonthlyData}})
 {
 }
 
-QStringList WorkController::endpoints() const
+void WorkController::processDailyData(AdminRequestContext &ctx, const QDate &date)
 {
-    return {m_endpoint};
-}
-
-void WorkController::process(AdminRequestContext &ctx)
-{
-    QString period;
-    QString filter;
-    if (!acceptRequest(ctx, m_endpoint, period, filter))
-        return;
-    if (period == QLatin1String("daily"))
-        processDailyData(ctx, filter);
-    else if (period == QLatin1String("monthly"))
-        processMonthlyData(ctx, filter);
-    else
-        ctx.response->setError(Response::RE_InvalidApiEndpoint, period);
-}
-
-void WorkController::processDailyData(AdminRequestContext &ctx, const QString &filter)
-{
-    if (m_debug)
-        qDebug("WorkController::processDailyData() filter: '%s' aid: %u", qPrintable(filter), uint(ctx.admin.aid));
-    const QDate date = periodDate(ctx, filter, false);
-    if (!date.isValid())
-        return;
     // No blank before WHERE and AND: the server takes it so, and the text stays as it is.
     const QString sql = QStringLiteral(
         "SELECT p.pid personId, CONCAT(p.surname, ' ', p.name) personName, a.work worked FROM atten a LEFT JOIN people "
@@ -50,13 +27,8 @@ void WorkController::processDailyData(AdminRequestContext &ctx, const QString &f
         setRows(ctx, query);
 }
 
-void WorkController::processMonthlyData(AdminRequestContext &ctx, const QString &filter)
+void WorkController::processMonthlyData(AdminRequestContext &ctx, const QDate &date)
 {
-    if (m_debug)
-        qDebug("WorkController::processMonthlyData() filter: '%s' aid: %u", qPrintable(filter), uint(ctx.admin.aid));
-    const QDate date = periodDate(ctx, filter, true);
-    if (!date.isValid())
-        return;
     const QString head = QStringLiteral(
         "SELECT p.pid personId, CONCAT_WS(' ',  p.surname, p.name) personName, a.work worked FROM atten_month a LEFT "
         "JOIN people p ON p.uid = a.uid WHERE a.month = %1 ");

@@ -3,8 +3,6 @@
 
 #include "controllers/iendpointcontroller.h"
 
-class QSqlQuery;
-
 // work/daily/<filter> and work/monthly/<filter>: hours worked per person of the
 // administrator, for one day or one month.
 class WorkController : public IEndpointController
@@ -12,16 +10,10 @@ class WorkController : public IEndpointController
 public:
     WorkController();
 
-    void process(AdminRequestContext &ctx) override;
-    QStringList endpoints() const override;
-
-    void processDailyData(AdminRequestContext &ctx, const QString &filter);
-    void processMonthlyData(AdminRequestContext &ctx, const QString &filter);
-
 private:
+    static void processDailyData(AdminRequestContext &ctx, const QDate &date);
+    static void processMonthlyData(AdminRequestContext &ctx, const QDate &date);
     static void setRows(AdminRequestContext &ctx, QSqlQuery &query);
-
-    QString m_endpoint;
 };
 
 #endif
