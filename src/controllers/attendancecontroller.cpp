@@ -56,19 +56,13 @@ void AttendanceController::collectDayData(AdminRequestContext &ctx, const QDate 
     const int fond = record.indexOf(QStringLiteral("fond"));
     const int isFreeDay = record.indexOf(QStringLiteral("isFreeDay"));
     const int diff = record.indexOf(QStringLiteral("diff"));
-    JsonWriter json(ctx.header.prettyJson);
-    json.beginArray();
-    while (query.next()) {
-        layout.writeRow(json, query, [&](JsonWriter &out, int computed) {
-            if (computed == 0)
-                out.string(formatShift(quint8(query.value(shiftNo).toUInt()), query.value(isPlan).toBool(),
-                                       query.value(fond).toLongLong() != 0, query.value(isFreeDay).toBool()));
-            else
-                writeExtra(out, query.value(diff));
-        });
-    }
-    json.endArray();
-    ctx.response->setData(json.takeBody());
+    ctx.response->setData(layout.rowsBody(query, ctx.header.prettyJson, [&](JsonWriter &out, int computed) {
+        if (computed == 0)
+            out.string(formatShift(quint8(query.value(shiftNo).toUInt()), query.value(isPlan).toBool(),
+                                   query.value(fond).toLongLong() != 0, query.value(isFreeDay).toBool()));
+        else
+            writeExtra(out, query.value(diff));
+    }));
 }
 
 void AttendanceController::collectMonthData(AdminRequestContext &ctx, const QDate &date)
@@ -109,10 +103,6 @@ void AttendanceController::collectMonthData(AdminRequestContext &ctx, const QDat
     const QSqlRecord record = query.record();
     const RowLayout layout(record, durationColumns, {QStringLiteral("extra")});
     const int diff = record.indexOf(QStringLiteral("diff"));
-    JsonWriter json(ctx.header.prettyJson);
-    json.beginArray();
-    while (query.next())
-        layout.writeRow(json, query, [&](JsonWriter &out, int) { writeExtra(out, query.value(diff)); });
-    json.endArray();
-    ctx.response->setData(json.takeBody());
+    ctx.response->setData(
+        layout.rowsBody(query, ctx.header.prettyJson, [&](JsonWriter &out, int) { writeExtra(out, query.value(diff)); }));
 }

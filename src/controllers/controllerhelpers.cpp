@@ -88,6 +88,16 @@ void RowLayout::writeRow(JsonWriter &json, const QSqlQuery &query, const Compute
     json.endObject();
 }
 
+QVariant RowLayout::rowsBody(QSqlQuery &query, bool pretty, const ComputedWriter &writeComputed) const
+{
+    JsonWriter json(pretty);
+    json.beginArray();
+    while (query.next())
+        writeRow(json, query, writeComputed);
+    json.endArray();
+    return json.takeBody();
+}
+
 qint64 localMidnight(const QDate &date)
 {
     return date.startOfDay().toSecsSinceEpoch();

@@ -45,6 +45,8 @@ public:
 
     RowLayout(const QSqlRecord &record, const QSet<QString> &durationColumns, const QStringList &computed = {});
     void writeRow(JsonWriter &json, const QSqlQuery &query, const ComputedWriter &writeComputed = nullptr) const;
+    // The rows left in `query`, one object each, as a JSON array for Response::setData.
+    QVariant rowsBody(QSqlQuery &query, bool pretty, const ComputedWriter &writeComputed = nullptr) const;
 
 private:
     enum Kind { Stored, Hours, Flag, Computed };

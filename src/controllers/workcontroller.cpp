@@ -1,11 +1,20 @@
 #include "controllers/workcontroller.h"
 
 #include "controllers/controllerhelpers.h"
-#include "response/jsonwriter.h"
 #include "response/response.h"
 
 #include <QSqlQuery>
 #include <QSqlRecord>
+
+namespace {
+
+void setRows(AdminRequestContext &ctx, QSqlQuery &query)
+{
+    const RowLayout layout(query.record(), {QStringLiteral("worked")});
+    ctx.response->setData(layout.rowsBody(query, ctx.header.prettyJson));
+}
+
+} // namespace
 
 WorkController::WorkController()
     : IEndpointController(QLatin1String("work"), {{QLatin1String("daily"), false, &processDailyData},
@@ -37,16 +46,4 @@ void WorkController::processMonthlyData(AdminRequestContext &ctx, const QDate &d
     QSqlQuery query(ctx.db);
     if (execOrReport(ctx, query, sql, "WorkController::processMonthlyData() failed! Error: %s"))
         setRows(ctx, query);
-}
-
-void WorkController::setRows(AdminRequestContext &ctx, QSqlQuery &query)
-{
-    const QSet<QString> durationColumns = {QStringLiteral("worked")};
-    const RowLayout layout(query.record(), durationColumns);
-    JsonWriter json(ctx.header.prettyJson);
-    json.beginArray();
-    while (query.next())
-        layout.writeRow(json, query);
-    json.endArray();
-    ctx.response->setData(json.takeBody());
 }

@@ -13,7 +13,6 @@ public:
 private:
     static void processDailyData(AdminRequestContext &ctx, const QDate &date);
     static void processMonthlyData(AdminRequestContext &ctx, const QDate &date);
-    static void setRows(AdminRequestContext &ctx, QSqlQuery &query);
 };
 
 #endif
