@@ -1,4 +1,7 @@
-#include "worker/webapiworker.h"
+#include "terminal/lists.h"
+
+#include "terminal/identifiers.h"
+#include "terminal/terminalsql.h"
 
 #include "response/jsonwriter.h"
 #include "response/response.h"
@@ -49,7 +52,7 @@ void writePresence(JsonWriter &json, const QSqlQuery &query, bool entrance)
         iid.isNull() ? json.null() : json.number(iid.toUInt());
     }
     json.key("present").boolean(query.value(2).toBool());
-    json.key("uid").string(WebApiWorker::encodeId(query.value(0).toUInt(), query.value(1).toUInt()));
+    json.key("uid").string(encodeId(query.value(0).toUInt(), query.value(1).toUInt()));
     json.endObject();
 }
 
@@ -64,139 +67,96 @@ QStringList terminalPeopleWhere(uint tid, uint uid)
 
 } // namespace
 
-QVariant WebApiWorker::collectRows(QSqlQuery &query, bool single, const RowWriter &writeRow)
+QVariant dbGetInters4Terminal(const TerminalRequestContext &ctx, uint tid, uint vorixID)
 {
-    JsonWriter json(m_header.prettyJson);
-    if (single && query.next()) {
-        writeRow(json, query);
-        return json.takeBody();
-    }
-    int count = 0;
-    json.beginArray();
-    for (; query.next(); ++count)
-        writeRow(json, query);
-    json.endArray();
-    m_response->setHeader(QStringLiteral("X-WEBAPI-COUNT"), count);
-    return json.takeBody();
-}
-
-bool WebApiWorker::queryCount(const QString &sql, const char *failureLine, uint &count)
-{
-    QSqlQuery query(m_db);
-    if (!query.exec(sql)) {
-        reportSqlError(query, failureLine);
-        return false;
-    }
-    count = query.next() ? query.value(0).toUInt() : 0;
-    return true;
-}
-
-bool WebApiWorker::execWrite(const QString &sql, const char *failureLine)
-{
-    QSqlQuery query(m_db);
-    if (!query.exec(sql)) {
-        reportSqlError(query, failureLine);
-        return false;
-    }
-    return query.numRowsAffected() > 0;
-}
-
-QVariant WebApiWorker::dbGetInters4Terminal(uint tid, uint vorixID)
-{
-    if (m_debugLevel >= 1)
+    if (ctx.debugLevel >= 1)
         qDebug() << "WebApiWorker::dbGetInters4Terminal(" << tid << vorixID << ")";
-    QSqlQuery query(m_db);
-    if (!query.exec(QStringLiteral("SELECT it.iid, i.name, i.shortcut, i.weight, i.color FROM inters_term it JOIN inters "
+    QSqlQuery query(ctx.db);
+    if (!runQuery(ctx, query, QStringLiteral("SELECT it.iid, i.name, i.shortcut, i.weight, i.color FROM inters_term it JOIN inters "
                                    "i USING(iid) JOIN term t USING(tid)WHERE it.tid=%1 AND t.status = 1 AND vorixId=%2 "
                                    "ORDER BY weight")
                         .arg(tid)
-                        .arg(vorixID))) {
-        reportSqlError(query, "WebApiWorker::dbGetInters4Terminal() SQl ERROR:");
+                        .arg(vorixID), "WebApiWorker::dbGetInters4Terminal() SQl ERROR:")) {
         return QVariant();
     }
-    return collectRows(query, false, writeInter);
+    return collectRows(ctx, query, false, writeInter);
 }
 
-QVariant WebApiWorker::dbGetInter()
+QVariant dbGetInter(const TerminalRequestContext &ctx)
 {
-    if (m_debugLevel >= 1)
+    if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetInter()");
-    QSqlQuery query(m_db);
-    if (!query.exec(QStringLiteral("SELECT iid, name, shortcut, weight, color FROM inters ORDER BY weight, iid"))) {
-        reportSqlError(query, "WebApiWorker::dbGetInter() SQl ERROR:");
+    QSqlQuery query(ctx.db);
+    if (!runQuery(ctx, query, QStringLiteral("SELECT iid, name, shortcut, weight, color FROM inters ORDER BY weight, iid"), "WebApiWorker::dbGetInter() SQl ERROR:")) {
         return QVariant();
     }
-    return collectRows(query, false, writeInter);
+    return collectRows(ctx, query, false, writeInter);
 }
 
-QVariant WebApiWorker::dbGetAttendanceGroups()
+QVariant dbGetAttendanceGroups(const TerminalRequestContext &ctx)
 {
-    if (m_debugLevel >= 1)
+    if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetAttendanceGroups()");
-    QSqlQuery query(m_db);
-    if (!query.exec(QStringLiteral("SELECT gid, g.name, shifts, parent masterGroupId, mg.name masterGroup, rid regionId, "
+    QSqlQuery query(ctx.db);
+    if (!runQuery(ctx, query, QStringLiteral("SELECT gid, g.name, shifts, parent masterGroupId, mg.name masterGroup, rid regionId, "
                                    "r.name region FROM groups g LEFT JOIN mastergroups mg ON g.parent = mg.mgid LEFT "
-                                   "JOIN regions r USING(rid)"))) {
-        reportSqlError(query, "WebApiWorker::dbGetAttendanceGroups() SQl ERROR:");
+                                   "JOIN regions r USING(rid)"), "WebApiWorker::dbGetAttendanceGroups() SQl ERROR:")) {
         return QVariant();
     }
-    return collectRows(query, false, writeGroup);
+    return collectRows(ctx, query, false, writeGroup);
 }
 
-bool WebApiWorker::dbGetSaldo(uint tid, uint uid)
+bool dbGetSaldo(const TerminalRequestContext &ctx, uint tid, uint uid)
 {
-    if (m_debugLevel >= 1)
+    if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetSaldo(%u, %u)", tid, uid);
     const QStringList where = terminalPeopleWhere(tid, uid);
-    if (m_debugLevel >= 3)
+    if (ctx.debugLevel >= 3)
         qDebug() << "WebApiWorker::dbGetSaldo() where:" << where;
-    QSqlQuery query(m_db);
+    QSqlQuery query(ctx.db);
     // The balance as the database computes it at noon of the previous day, not the stored one.
-    if (!query.exec(QStringLiteral("SELECT p.uid,  p.pid, getSaldo(p.uid, midnightFromTs(UNIX_TIMESTAMP()) - 43200) saldo "
+    if (!runQuery(ctx, query, QStringLiteral("SELECT p.uid,  p.pid, getSaldo(p.uid, midnightFromTs(UNIX_TIMESTAMP()) - 43200) saldo "
                                    "FROM people_term pt JOIN people p USING(uid) WHERE %1")
-                        .arg(where.join(QStringLiteral(" AND "))))) {
-        reportSqlError(query, "WebApiWorker::dbGetSaldo() SQl ERROR:");
+                        .arg(where.join(QStringLiteral(" AND "))), "WebApiWorker::dbGetSaldo() SQl ERROR:")) {
         return false;
     }
     QVariantMap saldo;
     while (query.next())
         saldo.insert(query.value(0).toString(), query.value(2).toInt());
-    m_response->setData(saldo);
-    m_response->setHeader(QStringLiteral("X-WEBAPI-COUNT"), saldo.size());
+    ctx.response->setData(saldo);
+    ctx.response->setHeader(QStringLiteral("X-WEBAPI-COUNT"), saldo.size());
     return !saldo.isEmpty();
 }
 
-QVariant WebApiWorker::dbGetPresent4Terminal(uint tid, uint uid)
+QVariant dbGetPresent4Terminal(const TerminalRequestContext &ctx, uint tid, uint uid)
 {
-    if (m_debugLevel >= 1)
+    if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetPresent4Terminal(%u, %u)", tid, uid);
     const QStringList where = terminalPeopleWhere(tid, uid);
-    if (m_debugLevel >= 3)
+    if (ctx.debugLevel >= 3)
         qDebug() << "WebApiWorker::dbGetPresent4Terminal() where:" << where;
-    QSqlQuery query(m_db);
-    if (!query.exec(QStringLiteral("SELECT p.uid,  p.pid, present FROM people_term pt JOIN people p USING(uid) WHERE %1")
-                        .arg(where.join(QStringLiteral(" AND "))))) {
-        reportSqlError(query, "WebApiWorker::dbGetPresent4Terminal() SQl ERROR:");
+    QSqlQuery query(ctx.db);
+    if (!runQuery(ctx, query, QStringLiteral("SELECT p.uid,  p.pid, present FROM people_term pt JOIN people p USING(uid) WHERE %1")
+                        .arg(where.join(QStringLiteral(" AND "))), "WebApiWorker::dbGetPresent4Terminal() SQl ERROR:")) {
         return QVariant();
     }
-    return collectRows(query, uid != 0, [](JsonWriter &json, const QSqlQuery &row) { writePresence(json, row, false); });
+    return collectRows(ctx, query, uid != 0, [](JsonWriter &json, const QSqlQuery &row) { writePresence(json, row, false); });
 }
 
-QVariant WebApiWorker::dbGetPresent(uint uid)
+QVariant dbGetPresent(const TerminalRequestContext &ctx, uint uid)
 {
-    if (m_debugLevel >= 1)
+    if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetPresent(%u)", uid);
     QStringList where = {QStringLiteral("status = 1")};
     if (uid != 0)
         where << QStringLiteral("p.uid=%1").arg(uid);
-    if (m_debugLevel >= 3)
+    if (ctx.debugLevel >= 3)
         qDebug() << "WebApiWorker::dbGetPresent() where:" << where;
-    QSqlQuery query(m_db);
-    if (!query.exec(QStringLiteral("SELECT p.uid, pid, present, e.date, e.iid FROM people p LEFT JOIN inters_data e ON "
+    QSqlQuery query(ctx.db);
+    if (!runQuery(ctx, query, QStringLiteral("SELECT p.uid, pid, present, e.date, e.iid FROM people p LEFT JOIN inters_data e ON "
                                    "p.presentID = e.id WHERE %1")
-                        .arg(where.join(QStringLiteral(" AND "))))) {
-        reportSqlError(query, "WebApiWorker::dbGetPresent() SQl ERROR:");
+                        .arg(where.join(QStringLiteral(" AND "))), "WebApiWorker::dbGetPresent() SQl ERROR:")) {
         return QVariant();
     }
-    return collectRows(query, uid != 0, [](JsonWriter &json, const QSqlQuery &row) { writePresence(json, row, true); });
+    return collectRows(ctx, query, uid != 0, [](JsonWriter &json, const QSqlQuery &row) { writePresence(json, row, true); });
 }
