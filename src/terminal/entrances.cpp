@@ -21,7 +21,8 @@ bool findRepeatedEntrance(const TerminalRequestContext &ctx, uint tid, uint refI
     const bool dated = values.contains(QStringLiteral("date"));
     QSqlQuery query(ctx.db);
     if (!runQuery(ctx, query,
-                  QStringLiteral("SELECT id, uid, iid, type, date FROM inters_data WHERE tid = %1 AND refId = %2 ORDER BY id")
+                  QStringLiteral("SELECT id, uid, iid, type, date FROM inters_data WHERE tid = %1 AND refId = %2 "
+                                 "ORDER BY id")
                       .arg(tid)
                       .arg(refId),
                   "WebApiWorker::dbInsertEntrance() SQl ERROR:"))
@@ -56,7 +57,8 @@ bool dbCheckEntrance(const TerminalRequestContext &ctx, uint id, uint refId)
     if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbCheckEntrance(%u, %u)", id, refId);
     uint count = 0;
-    return queryCount(ctx, QStringLiteral("SELECT COUNT(*) FROM inters_data WHERE id = %1 AND refId = %2").arg(id).arg(refId),
+    return queryCount(ctx,
+                      QStringLiteral("SELECT COUNT(*) FROM inters_data WHERE id = %1 AND refId = %2").arg(id).arg(refId),
                       "WebApiWorker::dbCheckEntrance() SQl ERROR:", count)
         && count != 0;
 }
@@ -75,9 +77,9 @@ uint dbGetEntranceMaxRefId(const TerminalRequestContext &ctx, uint tid)
     if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetEntranceMaxRefId(%u)", tid);
     QSqlQuery query(ctx.db);
-    if (!runQuery(ctx, query, QStringLiteral("SELECT MAX(refId) FROM inters_data WHERE tid = %1").arg(tid), "WebApiWorker::dbGetEntranceMaxRefId() SQl ERROR:")) {
+    if (!runQuery(ctx, query, QStringLiteral("SELECT MAX(refId) FROM inters_data WHERE tid = %1").arg(tid),
+                  "WebApiWorker::dbGetEntranceMaxRefId() SQl ERROR:"))
         return 0;
-    }
     return query.next() ? query.value(0).toUInt() : 0;
 }
 
@@ -161,7 +163,8 @@ PostedEntrance dbInsertEntrance(const TerminalRequestContext &ctx, uint tid, con
                       QStringLiteral("INSERT INTO inters_data (%1) VALUES(%2) ON DUPLICATE KEY UPDATE id = LAST_INSERT_ID(id)")
                           .arg(boundAssignments(bound, QStringLiteral("`%1`")), boundAssignments(bound, QStringLiteral(":%1"))),
                       bound)) {
-        ctx.response->setSqlError(query.lastError().text(), query.lastQuery(), "WebApiWorker::dbInsertEntrance() Prepare failed! ERROR:");
+        ctx.response->setSqlError(query.lastError().text(), query.lastQuery(),
+                                  "WebApiWorker::dbInsertEntrance() Prepare failed! ERROR:");
         return {};
     }
     if (!query.exec()) {

@@ -72,13 +72,14 @@ QVariant dbGetInters4Terminal(const TerminalRequestContext &ctx, uint tid, uint 
     if (ctx.debugLevel >= 1)
         qDebug() << "WebApiWorker::dbGetInters4Terminal(" << tid << vorixID << ")";
     QSqlQuery query(ctx.db);
-    if (!runQuery(ctx, query, QStringLiteral("SELECT it.iid, i.name, i.shortcut, i.weight, i.color FROM inters_term it JOIN inters "
-                                   "i USING(iid) JOIN term t USING(tid)WHERE it.tid=%1 AND t.status = 1 AND vorixId=%2 "
-                                   "ORDER BY weight")
-                        .arg(tid)
-                        .arg(vorixID), "WebApiWorker::dbGetInters4Terminal() SQl ERROR:")) {
+    if (!runQuery(ctx, query,
+                  QStringLiteral("SELECT it.iid, i.name, i.shortcut, i.weight, i.color FROM inters_term it JOIN inters "
+                                 "i USING(iid) JOIN term t USING(tid)WHERE it.tid=%1 AND t.status = 1 AND vorixId=%2 "
+                                 "ORDER BY weight")
+                      .arg(tid)
+                      .arg(vorixID),
+                  "WebApiWorker::dbGetInters4Terminal() SQl ERROR:"))
         return QVariant();
-    }
     return collectRows(ctx, query, false, writeInter);
 }
 
@@ -87,9 +88,10 @@ QVariant dbGetInter(const TerminalRequestContext &ctx)
     if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetInter()");
     QSqlQuery query(ctx.db);
-    if (!runQuery(ctx, query, QStringLiteral("SELECT iid, name, shortcut, weight, color FROM inters ORDER BY weight, iid"), "WebApiWorker::dbGetInter() SQl ERROR:")) {
+    if (!runQuery(ctx, query,
+                  QStringLiteral("SELECT iid, name, shortcut, weight, color FROM inters ORDER BY weight, iid"),
+                  "WebApiWorker::dbGetInter() SQl ERROR:"))
         return QVariant();
-    }
     return collectRows(ctx, query, false, writeInter);
 }
 
@@ -98,11 +100,12 @@ QVariant dbGetAttendanceGroups(const TerminalRequestContext &ctx)
     if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetAttendanceGroups()");
     QSqlQuery query(ctx.db);
-    if (!runQuery(ctx, query, QStringLiteral("SELECT gid, g.name, shifts, parent masterGroupId, mg.name masterGroup, rid regionId, "
-                                   "r.name region FROM groups g LEFT JOIN mastergroups mg ON g.parent = mg.mgid LEFT "
-                                   "JOIN regions r USING(rid)"), "WebApiWorker::dbGetAttendanceGroups() SQl ERROR:")) {
+    if (!runQuery(ctx, query,
+                  QStringLiteral("SELECT gid, g.name, shifts, parent masterGroupId, mg.name masterGroup, rid regionId, "
+                                 "r.name region FROM groups g LEFT JOIN mastergroups mg ON g.parent = mg.mgid LEFT "
+                                 "JOIN regions r USING(rid)"),
+                  "WebApiWorker::dbGetAttendanceGroups() SQl ERROR:"))
         return QVariant();
-    }
     return collectRows(ctx, query, false, writeGroup);
 }
 
@@ -115,11 +118,12 @@ bool dbGetSaldo(const TerminalRequestContext &ctx, uint tid, uint uid)
         qDebug() << "WebApiWorker::dbGetSaldo() where:" << where;
     QSqlQuery query(ctx.db);
     // The balance as the database computes it at noon of the previous day, not the stored one.
-    if (!runQuery(ctx, query, QStringLiteral("SELECT p.uid,  p.pid, getSaldo(p.uid, midnightFromTs(UNIX_TIMESTAMP()) - 43200) saldo "
-                                   "FROM people_term pt JOIN people p USING(uid) WHERE %1")
-                        .arg(where.join(QStringLiteral(" AND "))), "WebApiWorker::dbGetSaldo() SQl ERROR:")) {
+    if (!runQuery(ctx, query,
+                  QStringLiteral("SELECT p.uid,  p.pid, getSaldo(p.uid, midnightFromTs(UNIX_TIMESTAMP()) - 43200) saldo "
+                                 "FROM people_term pt JOIN people p USING(uid) WHERE %1")
+                      .arg(where.join(QStringLiteral(" AND "))),
+                  "WebApiWorker::dbGetSaldo() SQl ERROR:"))
         return false;
-    }
     QVariantMap saldo;
     while (query.next())
         saldo.insert(query.value(0).toString(), query.value(2).toInt());
@@ -136,11 +140,13 @@ QVariant dbGetPresent4Terminal(const TerminalRequestContext &ctx, uint tid, uint
     if (ctx.debugLevel >= 3)
         qDebug() << "WebApiWorker::dbGetPresent4Terminal() where:" << where;
     QSqlQuery query(ctx.db);
-    if (!runQuery(ctx, query, QStringLiteral("SELECT p.uid,  p.pid, present FROM people_term pt JOIN people p USING(uid) WHERE %1")
-                        .arg(where.join(QStringLiteral(" AND "))), "WebApiWorker::dbGetPresent4Terminal() SQl ERROR:")) {
+    if (!runQuery(ctx, query,
+                  QStringLiteral("SELECT p.uid,  p.pid, present FROM people_term pt JOIN people p USING(uid) WHERE %1")
+                      .arg(where.join(QStringLiteral(" AND "))),
+                  "WebApiWorker::dbGetPresent4Terminal() SQl ERROR:"))
         return QVariant();
-    }
-    return collectRows(ctx, query, uid != 0, [](JsonWriter &json, const QSqlQuery &row) { writePresence(json, row, false); });
+    return collectRows(ctx, query, uid != 0,
+                       [](JsonWriter &json, const QSqlQuery &row) { writePresence(json, row, false); });
 }
 
 QVariant dbGetPresent(const TerminalRequestContext &ctx, uint uid)
@@ -153,10 +159,12 @@ QVariant dbGetPresent(const TerminalRequestContext &ctx, uint uid)
     if (ctx.debugLevel >= 3)
         qDebug() << "WebApiWorker::dbGetPresent() where:" << where;
     QSqlQuery query(ctx.db);
-    if (!runQuery(ctx, query, QStringLiteral("SELECT p.uid, pid, present, e.date, e.iid FROM people p LEFT JOIN inters_data e ON "
-                                   "p.presentID = e.id WHERE %1")
-                        .arg(where.join(QStringLiteral(" AND "))), "WebApiWorker::dbGetPresent() SQl ERROR:")) {
+    if (!runQuery(ctx, query,
+                  QStringLiteral("SELECT p.uid, pid, present, e.date, e.iid FROM people p LEFT JOIN inters_data e ON "
+                                 "p.presentID = e.id WHERE %1")
+                      .arg(where.join(QStringLiteral(" AND "))),
+                  "WebApiWorker::dbGetPresent() SQl ERROR:"))
         return QVariant();
-    }
-    return collectRows(ctx, query, uid != 0, [](JsonWriter &json, const QSqlQuery &row) { writePresence(json, row, true); });
+    return collectRows(ctx, query, uid != 0,
+                       [](JsonWriter &json, const QSqlQuery &row) { writePresence(json, row, true); });
 }

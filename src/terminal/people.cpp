@@ -61,7 +61,8 @@ bool dbLinkPerson(const TerminalRequestContext &ctx, uint uid, uint tid, const c
 {
     uint count = 0;
     // Both callers report a failed link test in the words of dbInsertPerson.
-    if (!queryCount(ctx, QStringLiteral("SELECT COUNT(*) FROM people_term WHERE uid= %1 AND tid = %2 LIMIT 1").arg(uid).arg(tid),
+    if (!queryCount(ctx,
+                    QStringLiteral("SELECT COUNT(*) FROM people_term WHERE uid= %1 AND tid = %2 LIMIT 1").arg(uid).arg(tid),
                     "WebApiWorker::dbInsertPerson() SQl ERROR:", count))
         return false;
     if (count == 0) {
@@ -82,9 +83,8 @@ bool dbCheckPerson(const TerminalRequestContext &ctx, uint uid, uint pid)
     if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbCheckPerson(%u, %u)", uid, pid);
     uint count = 0;
-    return queryCount(ctx, QStringLiteral("SELECT COUNT(*) FROM people WHERE uid = %1 AND pid = %2 AND status = 1")
-                          .arg(uid)
-                          .arg(pid),
+    return queryCount(ctx,
+                      QStringLiteral("SELECT COUNT(*) FROM people WHERE uid = %1 AND pid = %2 AND status = 1").arg(uid).arg(pid),
                       "WebApiWorker::dbCheckPerson() SQl ERROR:", count)
         && count != 0;
 }
@@ -107,11 +107,12 @@ QVariant dbGetPeople(const TerminalRequestContext &ctx, uint uid)
     if (ctx.debugLevel >= 3)
         qDebug() << "WebApiWorker::dbGetPeople() where:" << where;
     QSqlQuery query(ctx.db);
-    if (!runQuery(ctx, query, QStringLiteral("SELECT p.uid,  pid, p.name, p.surname, p.title, p.title2, p.admin, p.card, saldo, "
-                                   "p.access, p.present, p.presentID, p.begin, p.end, gid FROM people p WHERE ")
-                    + where.join(QStringLiteral(" AND ")), "WebApiWorker::dbGetPeople() SQl ERROR:")) {
+    if (!runQuery(ctx, query,
+                  QStringLiteral("SELECT p.uid,  pid, p.name, p.surname, p.title, p.title2, p.admin, p.card, saldo, "
+                                 "p.access, p.present, p.presentID, p.begin, p.end, gid FROM people p WHERE ")
+                  + where.join(QStringLiteral(" AND ")),
+                  "WebApiWorker::dbGetPeople() SQl ERROR:"))
         return false;
-    }
     return collectRows(ctx, query, uid != 0, personWriter(query.record()));
 }
 
@@ -128,12 +129,13 @@ QVariant dbGetPeople4Terminal(const TerminalRequestContext &ctx, uint tid, uint 
     if (ctx.debugLevel >= 3)
         qDebug() << "WebApiWorker::dbGetPeople4Terminal() where:" << where;
     QSqlQuery query(ctx.db);
-    if (!runQuery(ctx, query, QStringLiteral("SELECT p.uid,  pid, p.name, p.surname, p.title, p.title2, p.admin, p.card, saldo, "
-                                   "p.access, pt.grp, p.present, p.begin, p.end, gid FROM people_term pt JOIN people p "
-                                   "USING(uid) WHERE ")
-                    + where.join(QStringLiteral(" AND ")), "WebApiWorker::dbGetPeople4Terminal() SQl ERROR:")) {
+    if (!runQuery(ctx, query,
+                  QStringLiteral("SELECT p.uid,  pid, p.name, p.surname, p.title, p.title2, p.admin, p.card, saldo, "
+                                 "p.access, pt.grp, p.present, p.begin, p.end, gid FROM people_term pt JOIN people p "
+                                 "USING(uid) WHERE ")
+                  + where.join(QStringLiteral(" AND ")),
+                  "WebApiWorker::dbGetPeople4Terminal() SQl ERROR:"))
         return false;
-    }
     return collectRows(ctx, query, uid != 0, personWriter(query.record()));
 }
 
@@ -160,9 +162,9 @@ uint dbInsertPerson(const TerminalRequestContext &ctx, uint tid, const QVariantM
     values.insert(QStringLiteral("pid"), pid);
 
     QSqlQuery query(ctx.db);
-    if (!runQuery(ctx, query, QStringLiteral("SELECT uid FROM people WHERE pid = %1 LIMIT 1").arg(pid), "WebApiWorker::dbInsertPerson() SQl ERROR:")) {
+    if (!runQuery(ctx, query, QStringLiteral("SELECT uid FROM people WHERE pid = %1 LIMIT 1").arg(pid),
+                  "WebApiWorker::dbInsertPerson() SQl ERROR:"))
         return 0;
-    }
     uint uid = query.next() ? query.value(0).toUInt() : 0;
     if (uid == 0 && !values.contains(QStringLiteral("begin")))
         values.insert(QStringLiteral("begin"), uint(QDateTime(QDate::currentDate(), QTime(0, 0)).toSecsSinceEpoch()));
@@ -205,7 +207,8 @@ bool dbUpdatePerson(const TerminalRequestContext &ctx, uint tid, uint uid, const
 
     QSqlQuery query(ctx.db);
     if (!execBound(ctx, query,
-                   QStringLiteral("UPDATE people SET %1 WHERE uid = %2").arg(boundAssignments(values), QString::number(uid)),
+                   QStringLiteral("UPDATE people SET %1 WHERE uid = %2")
+                       .arg(boundAssignments(values), QString::number(uid)),
                    values, "WebApiWorker::dbUpdatePerson() SQl ERROR:"))
         return false;
     const int changed = query.numRowsAffected();

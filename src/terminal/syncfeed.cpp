@@ -158,9 +158,8 @@ QVariantMap dbGetSyncSection(const TerminalRequestContext &ctx, const SyncSectio
         qDebug("%s(%u, %i)", section.name, tid, force);
     QVariantMap result;
     QSqlQuery query(ctx.db);
-    if (!runQuery(ctx, query, (force ? section.full : section.incremental).arg(tid), section.errorLine)) {
+    if (!runQuery(ctx, query, (force ? section.full : section.incremental).arg(tid), section.errorLine))
         return result;
-    }
     // A later row of one key replaces the earlier: the latest mark wins.
     while (query.next())
         result.insert(query.value(section.keyColumn).toString(), section.entry(query));
@@ -188,9 +187,8 @@ QVariantMap dbGetSyncTimezones(const TerminalRequestContext &ctx, uint tid, bool
         ? QStringLiteral("SELECT 'U' type, UNIX_TIMESTAMP() created, z.* FROM zones z")
         : QStringLiteral("SELECT s.type, s.created, z.* FROM term_sync s JOIN zones z ON ref_id = zid WHERE tid = %1 "
                          "AND s.flags = 64 AND ref = 'zones'ORDER BY s.created").arg(tid);
-    if (!runQuery(ctx, query, zonesSql, "WebApiWorker::dbGetSyncTimezones() SQl-1 ERROR:")) {
+    if (!runQuery(ctx, query, zonesSql, "WebApiWorker::dbGetSyncTimezones() SQl-1 ERROR:"))
         return result;
-    }
     const QSqlRecord record = query.record();
     const int zid = record.indexOf(QStringLiteral("zid"));
     const int name = record.indexOf(QStringLiteral("name"));
@@ -217,9 +215,8 @@ QVariantMap dbGetSyncTimezones(const TerminalRequestContext &ctx, uint tid, bool
         ? QStringLiteral("SELECT 'U' type, UNIX_TIMESTAMP() created, zid, uid FROM pzt WHERE tid = %1")
         : QStringLiteral("SELECT s.type, s.created, ref_id zid, ref_id2 uid FROM term_sync s WHERE tid = %1 AND "
                          "s.flags = 64 AND ref = 'pzt'ORDER BY s.created");
-    if (!runQuery(ctx, query, pztSql.arg(tid), "WebApiWorker::dbGetSyncTimezones() SQl-2 ERROR:")) {
+    if (!runQuery(ctx, query, pztSql.arg(tid), "WebApiWorker::dbGetSyncTimezones() SQl-2 ERROR:"))
         return result;
-    }
     // A person may hold many assignments: a list, not keyed.
     QVariantList assignments;
     while (query.next()) {
@@ -241,11 +238,12 @@ QVariantMap dbGetVars(const TerminalRequestContext &ctx, uint tid)
     // No full form: even a forced feed shows only the marked variables.
     QVariantMap vars;
     QSqlQuery query(ctx.db);
-    if (!runQuery(ctx, query, QStringLiteral("SELECT name, value FROM term_sync s JOIN vars v ON  v.name = s.ref_col WHERE "
-                                   "s.tid = %1 AND s.flags = 256 AND s.type = 'U' AND ref = 'vars'ORDER BY s.created")
-                        .arg(tid), "WebApiWorker::dbGetVars() SQl ERROR:")) {
+    if (!runQuery(ctx, query,
+                  QStringLiteral("SELECT name, value FROM term_sync s JOIN vars v ON  v.name = s.ref_col WHERE "
+                                 "s.tid = %1 AND s.flags = 256 AND s.type = 'U' AND ref = 'vars'ORDER BY s.created")
+                      .arg(tid),
+                  "WebApiWorker::dbGetVars() SQl ERROR:"))
         return vars;
-    }
     while (query.next())
         vars.insert(query.value(0).toString(), storedValue(query.value(1)));
     return vars;
@@ -258,9 +256,9 @@ bool dbGetSync(const TerminalRequestContext &ctx, uint tid, bool force)
     if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetSync(tid=%u, force=%i)", tid, force);
     QSqlQuery query(ctx.db);
-    if (!runQuery(ctx, query, QStringLiteral("SELECT syn, status, flags FROM term WHERE tid = %1").arg(tid), "WebApiWorker::dbGetSync() SQl ERROR:")) {
+    if (!runQuery(ctx, query, QStringLiteral("SELECT syn, status, flags FROM term WHERE tid = %1").arg(tid),
+                  "WebApiWorker::dbGetSync() SQl ERROR:"))
         return false;
-    }
     uint syn = 0;
     bool status = false;
     uint flags = 0;
@@ -315,20 +313,21 @@ int dbDeleteSync(const TerminalRequestContext &ctx, uint tid, uint created, quin
     QSqlQuery query(ctx.db);
     // The limit is strict: a mark of exactly `created` stays.
     if (!runQuery(ctx, query, QStringLiteral("DELETE FROM term_sync WHERE tid = %1 AND created < %2 AND (flags & %3)")
-                        .arg(tid)
-                        .arg(created)
-                        .arg(flags), kErrorLine)) {
+                                  .arg(tid)
+                                  .arg(created)
+                                  .arg(flags),
+                  kErrorLine))
         return -1;
-    }
     // From here on the marks are gone, whether or not syn can be recomputed.
     const int deleted = query.numRowsAffected();
-    if (!runQuery(ctx, query, QStringLiteral("SELECT DISTINCT flags FROM term_sync WHERE tid = %1").arg(tid), kErrorLine)) {
+    if (!runQuery(ctx, query, QStringLiteral("SELECT DISTINCT flags FROM term_sync WHERE tid = %1").arg(tid),
+                  kErrorLine))
         return deleted;
-    }
     uint left = 0;
     while (query.next())
         left |= query.value(0).toUInt();
     // Only ever clears: a bit stays while marks of it are left, and none is raised here.
-    runQuery(ctx, query, QStringLiteral("UPDATE term SET syn = (syn & %2) WHERE tid = %1").arg(tid).arg(left), kErrorLine);
+    runQuery(ctx, query, QStringLiteral("UPDATE term SET syn = (syn & %2) WHERE tid = %1").arg(tid).arg(left),
+             kErrorLine);
     return deleted;
 }

@@ -34,7 +34,8 @@ bool isServedPath(const QStringList &words, int minWords, const QStringList &pat
     return true;
 }
 
-bool checkTerminalId(const TerminalRequestContext &ctx, const QString &text, uint &tid, const std::function<bool()> &between = nullptr)
+bool checkTerminalId(const TerminalRequestContext &ctx, const QString &text, uint &tid,
+                     const std::function<bool()> &between = nullptr)
 {
     uint vorixID = 0;
     if (!decodeId(text, tid, vorixID)) {
@@ -105,7 +106,8 @@ void buildGetResponse(const TerminalRequestContext &ctx, const TerminalRoutes &r
 }
 
 // The row of an entrance that is new and holds a photo, else 0.
-uint buildPostResponse(const TerminalRequestContext &ctx, const TerminalRoutes &routes, const QStringList &words, const QByteArray &body)
+uint buildPostResponse(const TerminalRequestContext &ctx, const TerminalRoutes &routes, const QStringList &words,
+                       const QByteArray &body)
 {
     if (ctx.debugLevel != 0)
         qDebug() << "WebApiWorker::buildPostResponse(" << words.join(QStringLiteral(" | ")) << body.size() << ")";
@@ -155,7 +157,8 @@ uint buildPostResponse(const TerminalRequestContext &ctx, const TerminalRoutes &
     return 0;
 }
 
-void buildPutResponse(const TerminalRequestContext &ctx, const TerminalRoutes &routes, const QStringList &words, const QByteArray &body)
+void buildPutResponse(const TerminalRequestContext &ctx, const TerminalRoutes &routes, const QStringList &words,
+                      const QByteArray &body)
 {
     if (ctx.debugLevel != 0)
         qDebug() << "WebApiWorker::buildPutResponse(" << words.join(QStringLiteral(" | ")) << body.size() << ")";

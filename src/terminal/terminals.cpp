@@ -40,7 +40,8 @@ bool dbCheckTerm(const TerminalRequestContext &ctx, uint tid, uint vorixID)
     if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbCheckTerm(%u, %u)", tid, vorixID);
     uint count = 0;
-    return queryCount(ctx, QStringLiteral("SELECT COUNT(*) FROM term WHERE tid = %1 AND vorixID = %2 AND status = 1 AND "
+    return queryCount(ctx,
+                      QStringLiteral("SELECT COUNT(*) FROM term WHERE tid = %1 AND vorixID = %2 AND status = 1 AND "
                                      "type='API' LIMIT 1")
                           .arg(tid)
                           .arg(vorixID),
@@ -85,9 +86,10 @@ uint dbInsertTerm(const TerminalRequestContext &ctx, const QVariantMap &data)
         qDebug() << "WebApiWorker::dbInsertTerm() data:" << compactJson(values);
 
     QSqlQuery query(ctx.db);
-    if (!runQuery(ctx, query, QStringLiteral("SELECT tid, status FROM term WHERE vorixID = %1 ORDER BY tid DESC LIMIT 1").arg(vid), "WebApiWorker::dbInsertTerm() SQl ERROR:")) {
+    if (!runQuery(ctx, query,
+                  QStringLiteral("SELECT tid, status FROM term WHERE vorixID = %1 ORDER BY tid DESC LIMIT 1").arg(vid),
+                  "WebApiWorker::dbInsertTerm() SQl ERROR:"))
         return 0;
-    }
     const bool known = query.next();
     const uint tid = known ? query.value(0).toUInt() : 0;
     // An administrator's switch-off outlives the device's attempts to come back.
@@ -106,9 +108,9 @@ QVariantMap dbGetTerm(const TerminalRequestContext &ctx, uint tid)
     const QStringList columns = termInfoFields() + QStringList{QStringLiteral("vorixID")};
     QSqlQuery query(ctx.db);
     if (!runQuery(ctx, query, QStringLiteral("SELECT %1 FROM term WHERE tid = %2 AND status = 1 AND type='API' LIMIT 1")
-                        .arg(columns.join(QLatin1Char(',')), QString::number(tid)), "WebApiWorker::dbGetTerm() SQl ERROR:")) {
+                                  .arg(columns.join(QLatin1Char(',')), QString::number(tid)),
+                  "WebApiWorker::dbGetTerm() SQl ERROR:"))
         return QVariantMap();
-    }
     QVariantMap result;
     if (!query.next())
         return result;
@@ -144,7 +146,8 @@ bool dbUpdateTerm(const TerminalRequestContext &ctx, uint tid, const QVariantMap
 
     QSqlQuery query(ctx.db);
     return execBound(ctx, query,
-                     QStringLiteral("UPDATE term SET %1 WHERE tid = %2").arg(boundAssignments(values), QString::number(tid)),
+                     QStringLiteral("UPDATE term SET %1 WHERE tid = %2")
+                         .arg(boundAssignments(values), QString::number(tid)),
                      values, "WebApiWorker::dbUpdateTerm() SQl ERROR:")
         && query.numRowsAffected() > 0;
 }
