@@ -4,6 +4,7 @@
 #include "database/dbmanager.h"
 #include "licence/licence.h"
 #include "response/response.h"
+#include "terminal/terminalrouter.h"
 
 #include <QMetaEnum>
 #include <QSqlError>
@@ -16,13 +17,6 @@
 WebApiWorker::WebApiWorker(const QString &version, QObject *parent)
     : HttpPluginWorker(parent)
     , m_version(version)
-    , m_verbs({QStringLiteral("GET"), QStringLiteral("POST")})
-    , m_getPaths({QStringLiteral("info"), QStringLiteral("inters"), QStringLiteral("present"),
-                  QStringLiteral("person"), QStringLiteral("people"), QStringLiteral("groups"),
-                  QStringLiteral("response-errors")})
-    , m_postPaths({QStringLiteral("terminal"), QStringLiteral("person"), QStringLiteral("entrance")})
-    , m_terminalOnlyPaths({QStringLiteral("info"), QStringLiteral("inters"), QStringLiteral("groups"),
-                           QStringLiteral("response-errors")})
 {
     connect(&m_idleTimer, &QTimer::timeout, this, &WebApiWorker::closeIdleConnections);
 }
@@ -41,7 +35,7 @@ bool WebApiWorker::isReady()
 
 void WebApiWorker::selectContext(const QString &method, const QString &firstWord)
 {
-    if (method == QLatin1String("GET") && m_terminalOnlyPaths.contains(firstWord))
+    if (method == QLatin1String("GET") && TerminalRoutes::shipped().terminalOnlyPaths.contains(firstWord))
         m_contextType = TerminalContext;
     else if (!m_header.aid.isEmpty())
         m_contextType = AdminContext;
@@ -89,7 +83,7 @@ QByteArray WebApiWorker::buildResponse(const QString &method, const QUrl &url, c
         request.insert(QStringLiteral("path"), words.join(QLatin1Char('/')));
         m_response->setDebugValue(QStringLiteral("buildResponse"), request);
     }
-    if (!checkWebApiEnabled(firstWord))
+    if (!m_licence.webApiEnabled())
         return m_response->renderError(Response::RE_BadAuthorization, Licence::notLicensedText());
     if (!checkAuth(m_header.authorization))
         return m_response->renderResponse(true);
@@ -113,12 +107,6 @@ QByteArray WebApiWorker::buildResponse(const QString &method, const QUrl &url, c
     return m_response->renderResponse(true);
 }
 
-bool WebApiWorker::checkWebApiEnabled(const QString &firstWord)
-{
-    Q_UNUSED(firstWord)  // the licence covers the whole interface, not single endpoints
-    return m_licence.webApiEnabled();
-}
-
 bool WebApiWorker::checkAuth(const QString &authorization)
 {
     // A scoped key serves its own context only.
@@ -130,11 +118,6 @@ bool WebApiWorker::checkAuth(const QString &authorization)
                                                                    : Response::RE_BadApiToken,
                          auth.shown);
     return false;
-}
-
-bool WebApiWorker::checkTerminalInVorix(uint vid)
-{
-    return m_licence.deviceAllowed(vid);
 }
 
 bool WebApiWorker::initDatabase()
@@ -198,34 +181,19 @@ void WebApiWorker::closeIdleConnections()
         m_idleTimer.stop();
 }
 
-bool WebApiWorker::isValidPath(const QString &method, const QStringList &words) const
-{
-    if (words.isEmpty())
-        return false;
-    // POST paths are judged by the handler, after the body.
-    if (method != QLatin1String("GET"))
-        return true;
-    return m_getPaths.contains(words.first());
-}
-
 void WebApiWorker::routeInTerminalContext(const QString &method, const QStringList &words, const QByteArray &body)
 {
-    if (m_debugLevel != 0)
-        qDebug() << "WebApiWorker::routeInTerminalContext(" << method << ")";
-    if (!m_verbs.contains(method)) {
-        m_response->setError(Response::RE_BadMethod, method);
-        return;
-    }
-    if (!isValidPath(method, words)) {
-        m_response->setError(Response::RE_InvalidApiEndpoint, words.join(QLatin1Char('/')));
-        return;
-    }
-    if (method == QLatin1String("GET"))
-        buildGetResponse(words);
-    else if (method == QLatin1String("POST"))
-        buildPostResponse(words, body);
-    else
-        m_response->setError(Response::RE_BadMethod, method);
+    TerminalRequestContext ctx;
+    ctx.header = m_header;
+    ctx.db = m_db;
+    ctx.response = m_response.data();
+    ctx.debugLevel = m_debugLevel;
+    ctx.licence = &m_licence;
+    ctx.version = m_version;
+    // The host processes the photo of a new entrance further.
+    const uint photoEntrance = TerminalRouter().route(ctx, method, words, body);
+    if (photoEntrance != 0)
+        emit recordCreated(QStringLiteral("inters_data"), photoEntrance, m_header.token, 1);
 }
 
 void WebApiWorker::routeInAdminContext(const QString &method, const QUrl &url, const QByteArray &body)
@@ -240,51 +208,4 @@ void WebApiWorker::routeInAdminContext(const QString &method, const QUrl &url, c
     ctx.response = m_response.data();
     ctx.db = m_db;
     routeAdminRequest(ctx);
-}
-
-QVariant WebApiWorker::terminalInfo() const
-{
-    QVariantMap info;
-    info.insert(QStringLiteral("name"), QStringLiteral("Web API"));
-    info.insert(QStringLiteral("version"), m_version);
-    info.insert(QStringLiteral("description"),
-                QStringLiteral("ZMT webAPI is organized around REST APIs. Our APIs have predictable URLs, accept "
-                               "JSON-encoded request bodies, return JSON-encoded responses, and use standard HTTP "
-                               "response codes, authentication, and verbs."));
-    return info;
-}
-
-void WebApiWorker::reportSqlError(const QSqlQuery &query, const char *logLine)
-{
-    reportSqlError(query.lastError().text(), query.lastQuery(), logLine);
-}
-
-void WebApiWorker::reportSqlError(const QString &error, const QString &sql, const char *logLine)
-{
-    m_response->setSqlError(error, sql, logLine);
-}
-
-QString WebApiWorker::boundAssignments(const QVariantMap &values, const QString &shape)
-{
-    QStringList parts;
-    for (auto it = values.cbegin(); it != values.cend(); ++it)
-        parts << shape.arg(it.key());
-    return parts.join(QStringLiteral(", "));
-}
-
-bool WebApiWorker::prepareBound(QSqlQuery &query, const QString &sql, const QVariantMap &values)
-{
-    if (!query.prepare(sql))
-        return false;
-    for (auto it = values.cbegin(); it != values.cend(); ++it)
-        query.bindValue(QLatin1Char(':') + it.key(), it.value());
-    return true;
-}
-
-bool WebApiWorker::execBound(QSqlQuery &query, const QString &sql, const QVariantMap &values, const char *failureLine)
-{
-    if (prepareBound(query, sql, values) && query.exec())
-        return true;
-    reportSqlError(query.lastError().text(), sql, failureLine);
-    return false;
 }

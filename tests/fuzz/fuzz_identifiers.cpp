@@ -1,5 +1,6 @@
 // decodeId and the web Base64 on arbitrary text: no crash, an accepted identifier encodes
 // back to the same numbers, and the Base64 round trip is lossless.
+#include "terminal/identifiers.h"
 #include "worker/webapiworker.h"
 
 #include <cstdlib>
@@ -10,11 +11,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     uint first = 0;
     uint second = 0;
     for (const QString &text : {QString::fromUtf8(raw), QString::fromLatin1(raw)}) {
-        if (!WebApiWorker::decodeId(text, first, second))
+        if (!decodeId(text, first, second))
             continue;
         uint again1 = 0;
         uint again2 = 0;
-        if (!WebApiWorker::decodeId(WebApiWorker::encodeId(first, second), again1, again2) || again1 != first
+        if (!decodeId(encodeId(first, second), again1, again2) || again1 != first
             || again2 != second)
             std::abort();
     }

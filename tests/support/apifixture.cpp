@@ -2,6 +2,7 @@
 
 #include "database/dbmanager.h"
 #include "licence/licence.h"
+#include "terminal/identifiers.h"
 #include "worker/webapiworker.h"
 
 #include <QSqlQuery>
@@ -101,5 +102,5 @@ QString ApiFixture::addTerminal(uint vorixID, const QString &name)
                               .arg(name)))
         return QString();
     const uint tid = m_customer->scalar(QStringLiteral("SELECT LAST_INSERT_ID()")).toUInt();
-    return WebApiWorker::encodeId(tid, vorixID);
+    return encodeId(tid, vorixID);
 }

@@ -1,7 +1,7 @@
 #include "support/hostprocess.h"
 
 #include "support/apifixture.h"
-#include "worker/webapiworker.h"
+#include "terminal/identifiers.h"
 
 #include <QDeadlineTimer>
 #include <QJsonDocument>
@@ -199,7 +199,7 @@ QString addPerson(ApiFixture &fx)
     const uint uid = db.scalar(QStringLiteral("SELECT uid FROM people WHERE pid = 501")).toUInt();
     db.exec(QStringLiteral("INSERT INTO admins (login, apiToken, status, perms) VALUES ('boss', 'api-token-boss', 1, 2)"));
     db.exec(QStringLiteral("INSERT INTO admins_people (aid, uid) SELECT aid, %1 FROM admins").arg(uid));
-    return uid ? WebApiWorker::encodeId(uid, 501) : QString();
+    return uid ? encodeId(uid, 501) : QString();
 }
 
 QByteArray entranceBody(const QString &person, uint refId, int photoBytes)

@@ -1,24 +1,22 @@
 #ifndef ROUTELISTS_H
 #define ROUTELISTS_H
 
-#include "worker/webapiworker.h"
+#include "terminal/terminalrouter.h"
 
 #include <QStringList>
 
-// The routes the worker serves, as "get /person/{id}": what the API description and the
-// reference page must list. The worker's route lists are protected; a subclass may read them.
-class RouteLists : public WebApiWorker
+// The routes the plug-in serves, as "get /person/{id}": what the API description and the
+// reference page must list.
+struct RouteLists
 {
-public:
-    RouteLists() : WebApiWorker(QStringLiteral("test")) {}
     QStringList routes() const
     {
         QStringList out;
-        for (const QString &word : m_getPaths)
+        for (const QString &word : TerminalRoutes::shipped().getPaths)
             out << QStringLiteral("get /") + word;
         // The GET words whose handler reads a person's identifier as the second word.
         out << QStringLiteral("get /person/{id}") << QStringLiteral("get /present/{id}");
-        for (const QString &word : m_postPaths)
+        for (const QString &word : TerminalRoutes::shipped().postPaths)
             out << QStringLiteral("post /") + word;
         // The period words each admin controller tells apart.
         for (const char *path : {"attendance/daily", "attendance/monthly", "report/daily", "report/monthly",

@@ -1,4 +1,7 @@
-#include "worker/webapiworker.h"
+#include "terminal/people.h"
+
+#include "terminal/identifiers.h"
+#include "terminal/terminalsql.h"
 
 #include "response/jsonwriter.h"
 #include "response/response.h"
@@ -13,6 +16,13 @@
 namespace {
 
 const QString kForeignKeyFailure = QStringLiteral("foreign key constraint fails");
+
+// An empty one of these never overwrites what is stored.
+const QStringList &keptNames()
+{
+    static const QStringList names = {QStringLiteral("name"), QStringLiteral("surname"), QStringLiteral("card")};
+    return names;
+}
 
 // One person as a terminal sees it, from either people statement, whose columns are found
 // by name once; `grp` only where the statement selects it.
@@ -41,55 +51,74 @@ std::function<void(JsonWriter &, const QSqlQuery &)> personWriter(const QSqlReco
         json.key("surname").string(query.value(surname).toString());
         json.key("title").string(query.value(title).toString());
         json.key("title2").string(query.value(title2).toString());
-        json.key("uid").string(WebApiWorker::encodeId(query.value(uid).toUInt(), pidValue));
+        json.key("uid").string(encodeId(query.value(uid).toUInt(), pidValue));
         json.endObject();
     };
 }
 
+// Links a person to a terminal unless linked already; false only when the link test failed.
+bool dbLinkPerson(const TerminalRequestContext &ctx, uint uid, uint tid, const char *failureLine)
+{
+    uint count = 0;
+    // Both callers report a failed link test in the words of dbInsertPerson.
+    if (!queryCount(ctx,
+                    QStringLiteral("SELECT COUNT(*) FROM people_term WHERE uid= %1 AND tid = %2 LIMIT 1").arg(uid).arg(tid),
+                    "WebApiWorker::dbInsertPerson() SQl ERROR:", count))
+        return false;
+    if (count == 0) {
+        QSqlQuery query(ctx.db);
+        if (!query.exec(QStringLiteral("INSERT INTO people_term SET uid=%1, tid=%2 ON DUPLICATE KEY UPDATE uid=VALUES(uid)")
+                            .arg(uid)
+                            .arg(tid)))
+            // The person stays, without this link.
+            ctx.response->setSqlError(query.lastError().text(), query.lastQuery(), failureLine);
+    }
+    return true;
+}
+
 } // namespace
 
-bool WebApiWorker::dbCheckPerson(uint uid, uint pid)
+bool dbCheckPerson(const TerminalRequestContext &ctx, uint uid, uint pid)
 {
-    if (m_debugLevel >= 1)
+    if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbCheckPerson(%u, %u)", uid, pid);
     uint count = 0;
-    return queryCount(QStringLiteral("SELECT COUNT(*) FROM people WHERE uid = %1 AND pid = %2 AND status = 1")
-                          .arg(uid)
-                          .arg(pid),
+    return queryCount(ctx,
+                      QStringLiteral("SELECT COUNT(*) FROM people WHERE uid = %1 AND pid = %2 AND status = 1").arg(uid).arg(pid),
                       "WebApiWorker::dbCheckPerson() SQl ERROR:", count)
         && count != 0;
 }
 
-bool WebApiWorker::dbDeletePerson(uint tid, uint uid)
+bool dbDeletePerson(const TerminalRequestContext &ctx, uint tid, uint uid)
 {
-    if (m_debugLevel >= 1)
+    if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbDeletePerson(%u, %u)", tid, uid);
-    return execWrite(QStringLiteral("DELETE FROM `people_term` WHERE tid= %1 AND uid = %2").arg(tid).arg(uid),
+    return execWrite(ctx, QStringLiteral("DELETE FROM `people_term` WHERE tid= %1 AND uid = %2").arg(tid).arg(uid),
                      "WebApiWorker::dbDeletePerson() SQl ERROR:");
 }
 
-QVariant WebApiWorker::dbGetPeople(uint uid)
+QVariant dbGetPeople(const TerminalRequestContext &ctx, uint uid)
 {
-    if (m_debugLevel >= 1)
+    if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetPeople(%u)", uid);
     QStringList where = {QStringLiteral("p.status = 1")};
     if (uid != 0)
         where << QStringLiteral("p.uid=%1").arg(uid);
-    if (m_debugLevel >= 3)
+    if (ctx.debugLevel >= 3)
         qDebug() << "WebApiWorker::dbGetPeople() where:" << where;
-    QSqlQuery query(m_db);
-    if (!query.exec(QStringLiteral("SELECT p.uid,  pid, p.name, p.surname, p.title, p.title2, p.admin, p.card, saldo, "
-                                   "p.access, p.present, p.presentID, p.begin, p.end, gid FROM people p WHERE ")
-                    + where.join(QStringLiteral(" AND ")))) {
-        reportSqlError(query, "WebApiWorker::dbGetPeople() SQl ERROR:");
+    QSqlQuery query(ctx.db);
+    if (!runQuery(ctx, query,
+                  QStringLiteral("SELECT p.uid,  pid, p.name, p.surname, p.title, p.title2, p.admin, p.card, saldo, "
+                                 "p.access, p.present, p.presentID, p.begin, p.end, gid FROM people p WHERE ")
+                  + where.join(QStringLiteral(" AND ")),
+                  "WebApiWorker::dbGetPeople() SQl ERROR:"))
         return false;
-    }
-    return collectRows(query, uid != 0, personWriter(query.record()));
+    return collectRows(ctx, query, uid != 0, personWriter(query.record()));
 }
 
-QVariant WebApiWorker::dbGetPeople4Terminal(uint tid, uint uid)
+QVariant dbGetPeople4Terminal(const TerminalRequestContext &ctx, uint tid, uint uid)
 {
-    if (m_debugLevel >= 1)
+    if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetPeople4Terminal(%u, %u)", tid, uid);
     // A terminal sees only its own people, and only while they are valid.
     QStringList where = {QStringLiteral("pt.tid=%1 AND p.status = 1 AND p.begin < UNIX_TIMESTAMP() AND (p.end IS NULL "
@@ -97,144 +126,104 @@ QVariant WebApiWorker::dbGetPeople4Terminal(uint tid, uint uid)
                              .arg(tid)};
     if (uid != 0)
         where << QStringLiteral("pt.uid=%1").arg(uid);
-    if (m_debugLevel >= 3)
+    if (ctx.debugLevel >= 3)
         qDebug() << "WebApiWorker::dbGetPeople4Terminal() where:" << where;
-    QSqlQuery query(m_db);
-    if (!query.exec(QStringLiteral("SELECT p.uid,  pid, p.name, p.surname, p.title, p.title2, p.admin, p.card, saldo, "
-                                   "p.access, pt.grp, p.present, p.begin, p.end, gid FROM people_term pt JOIN people p "
-                                   "USING(uid) WHERE ")
-                    + where.join(QStringLiteral(" AND ")))) {
-        reportSqlError(query, "WebApiWorker::dbGetPeople4Terminal() SQl ERROR:");
+    QSqlQuery query(ctx.db);
+    if (!runQuery(ctx, query,
+                  QStringLiteral("SELECT p.uid,  pid, p.name, p.surname, p.title, p.title2, p.admin, p.card, saldo, "
+                                 "p.access, pt.grp, p.present, p.begin, p.end, gid FROM people_term pt JOIN people p "
+                                 "USING(uid) WHERE ")
+                  + where.join(QStringLiteral(" AND ")),
+                  "WebApiWorker::dbGetPeople4Terminal() SQl ERROR:"))
         return false;
-    }
-    return collectRows(query, uid != 0, personWriter(query.record()));
+    return collectRows(ctx, query, uid != 0, personWriter(query.record()));
 }
 
-uint WebApiWorker::dbInsertPerson(uint tid, const QVariantMap &data)
+uint dbInsertPerson(const TerminalRequestContext &ctx, uint tid, const QVariantMap &data)
 {
     const uint pid = data.value(QStringLiteral("pid")).toUInt();
-    if (m_debugLevel >= 1)
+    if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbInsertPerson(%u, %u)", tid, pid);
     if (pid == 0) {
-        m_response->setError(Response::RE_RequiredPID);
+        ctx.response->setError(Response::RE_RequiredPID);
         return 0;
     }
     if (data.value(QStringLiteral("name")).toString().isEmpty()
         && data.value(QStringLiteral("surname")).toString().isEmpty()) {
-        m_response->setError(Response::RE_RequiredName);
+        ctx.response->setError(Response::RE_RequiredName);
         return 0;
     }
 
-    QVariantMap values;
+    QVariantMap values = pickTrimmed(data,
+                                     {QStringLiteral("title"), QStringLiteral("name"), QStringLiteral("surname"),
+                                      QStringLiteral("title2"), QStringLiteral("card"), QStringLiteral("gid"),
+                                      QStringLiteral("end")},
+                                     keptNames());
     values.insert(QStringLiteral("pid"), pid);
-    for (const QString &key : {QStringLiteral("title"), QStringLiteral("name"), QStringLiteral("surname"),
-                               QStringLiteral("title2"), QStringLiteral("card"), QStringLiteral("gid"),
-                               QStringLiteral("end")}) {
-        if (!data.contains(key))
-            continue;
-        const QString value = data.value(key).toString().trimmed();
-        if (value.isEmpty()
-            && (key == QLatin1String("name") || key == QLatin1String("surname") || key == QLatin1String("card")))
-            continue;
-        values.insert(key, value);
-    }
 
-    QSqlQuery query(m_db);
-    if (!query.exec(QStringLiteral("SELECT uid FROM people WHERE pid = %1 LIMIT 1").arg(pid))) {
-        reportSqlError(query, "WebApiWorker::dbInsertPerson() SQl ERROR:");
+    QSqlQuery query(ctx.db);
+    if (!runQuery(ctx, query, QStringLiteral("SELECT uid FROM people WHERE pid = %1 LIMIT 1").arg(pid),
+                  "WebApiWorker::dbInsertPerson() SQl ERROR:"))
         return 0;
-    }
     uint uid = query.next() ? query.value(0).toUInt() : 0;
     if (uid == 0 && !values.contains(QStringLiteral("begin")))
         values.insert(QStringLiteral("begin"), uint(QDateTime(QDate::currentDate(), QTime(0, 0)).toSecsSinceEpoch()));
 
     // The person's other terminals learn of the change; a failed mark does not stop it.
     if (uid != 0)
-        dbSetOtherTermsPeopleSync(tid, uid, 'U');
-    const QString assignments = boundAssignments(values);
-    const QString sql = uid != 0
-        ? QStringLiteral("UPDATE people SET %1 WHERE uid = %2").arg(assignments, QString::number(uid))
-        : QStringLiteral("INSERT INTO people SET %1 ON DUPLICATE KEY UPDATE %2")
-              .arg(assignments, boundAssignments(values, QStringLiteral("%1=VALUES(%1)")));
-    if (!execBound(query, sql, values, "WebApiWorker::dbInsertPerson() SQl ERROR:")) {
-        const QString error = query.lastError().text();
-        if (isForeignKeyError(error))
-            m_response->setError(Response::RE_ForeignKeyError, error);
+        dbSetOtherTermsPeopleSync(ctx, tid, uid, 'U');
+    QString error;
+    uid = writeFoundRow(ctx, QStringLiteral("people"), QStringLiteral("uid"), uid, values,
+                        "WebApiWorker::dbInsertPerson() SQl ERROR:", &error);
+    if (uid == 0) {
+        if (isForeignKeyError(ctx, error))
+            ctx.response->setError(Response::RE_ForeignKeyError, error);
         return 0;
     }
-    if (uid != 0) {
-        if (query.numRowsAffected() < 1)
-            m_response->setStatus(208);
-    } else {
-        uid = query.lastInsertId().toUInt();
-        if (uid == 0)
-            return 0;
-        m_response->setStatus(201);
-    }
-    if (!dbLinkPerson(uid, tid, "WebApiWorker::dbInsertPerson() SQl ERROR:"))
+    if (!dbLinkPerson(ctx, uid, tid, "WebApiWorker::dbInsertPerson() SQl ERROR:"))
         return 0;
     return uid;
 }
 
-bool WebApiWorker::dbUpdatePerson(uint tid, uint uid, const QVariantMap &data)
+bool dbUpdatePerson(const TerminalRequestContext &ctx, uint tid, uint uid, const QVariantMap &data)
 {
-    if (m_debugLevel == 1)
+    if (ctx.debugLevel == 1)
         qDebug("WebApiWorker::dbUpdatePerson(%u, %u)", tid, uid);
-    else if (m_debugLevel >= 2)
+    else if (ctx.debugLevel >= 2)
         qDebug() << "WebApiWorker::dbUpdatePerson(" << tid << uid << data << ")";
 
-    QVariantMap values;
-    for (const QString &key : {QStringLiteral("title"), QStringLiteral("name"), QStringLiteral("surname"),
-                               QStringLiteral("admin"), QStringLiteral("card")}) {
-        if (!data.contains(key))
-            continue;
-        QString value = data.value(key).toString().trimmed();
-        if (value.isEmpty()
-            && (key == QLatin1String("name") || key == QLatin1String("surname") || key == QLatin1String("card")))
-            continue;
-        // Meant for `admin`, whose JSON booleans read as text, but it applies to every key.
-        if (value.toLower() == QLatin1String("true"))
+    QVariantMap values = pickTrimmed(data,
+                                     {QStringLiteral("title"), QStringLiteral("name"), QStringLiteral("surname"),
+                                      QStringLiteral("admin"), QStringLiteral("card")},
+                                     keptNames());
+    // Meant for `admin`, whose JSON booleans read as text, but it applies to every key.
+    for (QVariant &value : values) {
+        const QString lower = value.toString().toLower();
+        if (lower == QLatin1String("true"))
             value = QStringLiteral("1");
-        if (value.toLower() == QLatin1String("false"))
+        else if (lower == QLatin1String("false"))
             value = QStringLiteral("0");
-        values.insert(key, value);
     }
 
-    QSqlQuery query(m_db);
-    if (!execBound(query,
-                   QStringLiteral("UPDATE people SET %1 WHERE uid = %2").arg(boundAssignments(values), QString::number(uid)),
+    QSqlQuery query(ctx.db);
+    if (!execBound(ctx, query,
+                   QStringLiteral("UPDATE people SET %1 WHERE uid = %2")
+                       .arg(boundAssignments(values), QString::number(uid)),
                    values, "WebApiWorker::dbUpdatePerson() SQl ERROR:"))
         return false;
     const int changed = query.numRowsAffected();
-    if (m_debugLevel >= 2)
+    if (ctx.debugLevel >= 2)
         qDebug("WebApiWorker::dbUpdatePerson(%u, %u) SQL: %s", tid, uid, qUtf8Printable(query.lastQuery()));
-    if (!dbLinkPerson(uid, tid, "WebApiWorker::dbUpdatePerson() SQl ERROR:"))
+    if (!dbLinkPerson(ctx, uid, tid, "WebApiWorker::dbUpdatePerson() SQl ERROR:"))
         return false;
     return changed > 0;
 }
 
-bool WebApiWorker::dbLinkPerson(uint uid, uint tid, const char *failureLine)
+bool dbSetOtherTermsPeopleSync(const TerminalRequestContext &ctx, uint tid, uint uid, char type)
 {
-    uint count = 0;
-    // Both callers report a failed link test in the words of dbInsertPerson.
-    if (!queryCount(QStringLiteral("SELECT COUNT(*) FROM people_term WHERE uid= %1 AND tid = %2 LIMIT 1").arg(uid).arg(tid),
-                    "WebApiWorker::dbInsertPerson() SQl ERROR:", count))
-        return false;
-    if (count == 0) {
-        QSqlQuery query(m_db);
-        if (!query.exec(QStringLiteral("INSERT INTO people_term SET uid=%1, tid=%2 ON DUPLICATE KEY UPDATE uid=VALUES(uid)")
-                            .arg(uid)
-                            .arg(tid)))
-            reportSqlError(query, failureLine);  // the person stays, without this link
-    }
-    return true;
-}
-
-bool WebApiWorker::dbSetOtherTermsPeopleSync(uint tid, uint uid, char type)
-{
-    if (m_debugLevel >= 1)
+    if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbSetOtherTermsPeopleSync(tid: %u, uid: %u)", tid, uid);
-    QSqlQuery query(m_db);
+    QSqlQuery query(ctx.db);
     query.exec(QStringLiteral("INSERT INTO `term_sync` (tid, type, ref, ref_col, ref_id, created, flags) SELECT tid, "
                               "'%1' type, 'people_term' ref, 'uid' ref_col, `uid` ref_id, UNIX_TIMESTAMP() created, 2 "
                               "flags FROM people_term pt JOIN people p USING(uid) WHERE p.status = 1 AND pt.uid = %2 AND "
@@ -255,18 +244,18 @@ bool WebApiWorker::dbSetOtherTermsPeopleSync(uint tid, uint uid, char type)
     return true;
 }
 
-bool WebApiWorker::isForeignKeyError(const QString &text) const
+bool isForeignKeyError(const TerminalRequestContext &ctx, const QString &text)
 {
     const bool yes = text.contains(kForeignKeyFailure);
-    if (m_debugLevel >= 3)
+    if (ctx.debugLevel >= 3)
         qDebug("WebApiWorker::isForeignKeyError(%s) : %s", qUtf8Printable(text), yes ? "YES" : "NO");
     return yes;
 }
 
-bool WebApiWorker::isMissingIID(const QString &text) const
+bool isMissingIID(const TerminalRequestContext &ctx, const QString &text)
 {
     const bool yes = text.contains(kForeignKeyFailure) && text.contains(QLatin1String("(`iid`)"));
-    if (m_debugLevel >= 3)
+    if (ctx.debugLevel >= 3)
         qDebug("WebApiWorker::isMissingIID(%s) : %s", qUtf8Printable(text), yes ? "YES" : "NO");
     return yes;
 }

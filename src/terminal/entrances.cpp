@@ -1,4 +1,8 @@
-#include "worker/webapiworker.h"
+#include "terminal/entrances.h"
+
+#include "terminal/identifiers.h"
+#include "terminal/people.h"
+#include "terminal/terminalsql.h"
 
 #include "response/jsonwriter.h"
 #include "response/response.h"
@@ -8,158 +12,21 @@
 #include <QSqlQuery>
 #include <QtDebug>
 
-bool WebApiWorker::dbCheckEntrance(uint id, uint refId)
-{
-    if (m_debugLevel >= 1)
-        qDebug("WebApiWorker::dbCheckEntrance(%u, %u)", id, refId);
-    uint count = 0;
-    return queryCount(QStringLiteral("SELECT COUNT(*) FROM inters_data WHERE id = %1 AND refId = %2").arg(id).arg(refId),
-                      "WebApiWorker::dbCheckEntrance() SQl ERROR:", count)
-        && count != 0;
-}
+namespace {
 
-bool WebApiWorker::dbDeleteEntrance(uint tid, uint id)
-{
-    if (m_debugLevel >= 1)
-        qDebug("WebApiWorker::dbDeleteEntrance(%u, %u)", tid, id);
-    // Withdrawn, never removed: the row stays for the attendance computation's history.
-    return execWrite(QStringLiteral("UPDATE inters_data SET del = 1 WHERE id = %1 AND tid = %2").arg(id).arg(tid),
-                     "WebApiWorker::dbDeleteEntrance() SQl ERROR:");
-}
-
-uint WebApiWorker::dbGetEntranceMaxRefId(uint tid)
-{
-    if (m_debugLevel >= 1)
-        qDebug("WebApiWorker::dbGetEntranceMaxRefId(%u)", tid);
-    QSqlQuery query(m_db);
-    if (!query.exec(QStringLiteral("SELECT MAX(refId) FROM inters_data WHERE tid = %1").arg(tid))) {
-        reportSqlError(query, "WebApiWorker::dbGetEntranceMaxRefId() SQl ERROR:");
-        return 0;
-    }
-    return query.next() ? query.value(0).toUInt() : 0;
-}
-
-uint WebApiWorker::dbInsertEntrance(uint tid, const QVariantMap &data)
-{
-    const uint refId = data.value(QStringLiteral("refId")).toUInt();
-    if (m_debugLevel >= 1)
-        qDebug("WebApiWorker::dbInsertEntrance(%u, %u)", tid, refId);
-    const QString uidText = data.value(QStringLiteral("uid")).toString();
-    if (uidText.isEmpty()) {
-        m_response->setError(Response::RE_RequiredUID);
-        return 0;
-    }
-    // A terminal posts only as itself: its composite identifier or its number, if anything.
-    const QString bodyTid = data.value(QStringLiteral("tid")).toString().trimmed();
-    if (data.contains(QStringLiteral("tid")) && bodyTid != m_header.tid && bodyTid != QString::number(tid)) {
-        m_response->setError(Response::RE_InvalidID, bodyTid);
-        return 0;
-    }
-    uint uid = 0;
-    uint pid = 0;
-    // One error for an unreadable and an unknown person alike.
-    if (!decodeId(uidText, uid, pid) || !dbCheckPerson(uid, pid)) {
-        m_response->setError(Response::RE_InvalidID, uidText);
-        return 0;
-    }
-
-    QVariantMap values;
-    values.insert(QStringLiteral("tid"), tid);
-    values.insert(QStringLiteral("uid"), uid);
-    int required = 0;
-    for (const QString &key : {QStringLiteral("iid"), QStringLiteral("type"), QStringLiteral("date"),
-                               QStringLiteral("description"), QStringLiteral("refId")}) {
-        if (!data.contains(key))
-            continue;
-        const bool numeric = key == QLatin1String("iid") || key == QLatin1String("refId");
-        if (numeric && data.value(key).toUInt() == 0)
-            continue;
-        const QString text = data.value(key).toString().trimmed();
-        if (key == QLatin1String("iid") || key == QLatin1String("type"))
-            ++required;
-        if (key == QLatin1String("date"))
-            values.insert(key, isoToSecs(text));
-        else
-            values.insert(key, text);
-    }
-    if (required < 2) {
-        m_response->setError(Response::RE_RequiredField);
-        return 0;
-    }
-
-    // The same event again answers with the first row; a different one under a used refId is
-    // a row of its own. Without a refId nothing is a repeat.
-    const bool dated = values.contains(QStringLiteral("date"));
-    uint repeated = 0;
-    if (refId != 0 && !findRepeatedEntrance(tid, refId, values, repeated))
-        return 0;
-    if (repeated != 0) {
-        m_response->setStatus(208);
-        return repeated;
-    }
-
-    const qint64 now = QDateTime::currentSecsSinceEpoch();
-    values.insert(QStringLiteral("created"), now);
-    // The date as the terminal sent it, 0 for none: with the event's other values it makes the
-    // unique key that settles two copies posted at the same moment.
-    values.insert(QStringLiteral("sentDate"), dated ? values.value(QStringLiteral("date")) : QVariant(0));
-    if (!dated)
-        values.insert(QStringLiteral("date"), now);
-    // Decoded once and bound as bytes; the image never passes through the statement text.
-    const QVariant image = data.value(QStringLiteral("image"));
-    const QByteArray photo = !data.contains(QStringLiteral("image")) ? QByteArray()
-        : image.userType() == QMetaType::QString ? decodeBase64(image.toString())
-                                                 : QByteArray::fromBase64(image.toByteArray());
-    QVariantMap bound = values;  // `values` stays without the photo for the log line below
-    if (!photo.isEmpty())
-        bound.insert(QStringLiteral("photo"), photo);
-    // A copy that lost the race to the key changes nothing and leaves its twin's id behind.
-    QSqlQuery query(m_db);
-    if (!prepareBound(query,
-                      QStringLiteral("INSERT INTO inters_data (%1) VALUES(%2) ON DUPLICATE KEY UPDATE id = LAST_INSERT_ID(id)")
-                          .arg(boundAssignments(bound, QStringLiteral("`%1`")), boundAssignments(bound, QStringLiteral(":%1"))),
-                      bound)) {
-        reportSqlError(query, "WebApiWorker::dbInsertEntrance() Prepare failed! ERROR:");
-        return 0;
-    }
-    if (!query.exec()) {
-        const QString error = query.lastError().text();
-        if (isMissingIID(error)) {
-            // The reason code is not created here: the event is refused, and this line keeps it.
-            qWarning() << "WebApiWorker::dbInsertEntrance(" << tid << "," << refId << ") - IID "
-                       << values.value(QStringLiteral("iid")).toUInt() << "missing in ZMTDB! data:" << values;
-            m_response->setError(Response::RE_InvalidID, values.value(QStringLiteral("iid")).toString());
-            return 0;
-        }
-        // Code 500 rather than RE_SQLError, so that the terminal reads the server's words.
-        m_response->setErrorBody(error, 500, 400);
-        qCritical() << "WebApiWorker::dbInsertEntrance() SQl ERROR:" << error << "\nSQL:" << query.lastQuery();
-        return 0;
-    }
-    const uint id = query.lastInsertId().toUInt();
-    if (id == 0)
-        return 0;
-    if (query.numRowsAffected() < 1) {  // the twin's row
-        m_response->setStatus(208);
-        return id;
-    }
-    m_response->setStatus(201);
-    if (!photo.isEmpty())
-        emit recordCreated(QStringLiteral("inters_data"), id, m_header.token, 1);
-    return id;
-}
-
-bool WebApiWorker::findRepeatedEntrance(uint tid, uint refId, const QVariantMap &values, uint &id)
+// The first stored row of the event in `values` under this refId (0: none) in `id`; the
+// date counts only when `values` has one. False when the lookup failed (reported).
+bool findRepeatedEntrance(const TerminalRequestContext &ctx, uint tid, uint refId, const QVariantMap &values, uint &id)
 {
     const bool dated = values.contains(QStringLiteral("date"));
-    QSqlQuery query(m_db);
-    if (!query.exec(QStringLiteral("SELECT id, uid, iid, type, date FROM inters_data WHERE tid = %1 AND refId = %2 ORDER "
-                                   "BY id")
-                        .arg(tid)
-                        .arg(refId))) {
-        reportSqlError(query, "WebApiWorker::dbInsertEntrance() SQl ERROR:");
+    QSqlQuery query(ctx.db);
+    if (!runQuery(ctx, query,
+                  QStringLiteral("SELECT id, uid, iid, type, date FROM inters_data WHERE tid = %1 AND refId = %2 "
+                                 "ORDER BY id")
+                      .arg(tid)
+                      .arg(refId),
+                  "WebApiWorker::dbInsertEntrance() SQl ERROR:"))
         return false;
-    }
     id = 0;
     uint lastId = 0;
     uint lastUid = 0;
@@ -183,23 +50,165 @@ bool WebApiWorker::findRepeatedEntrance(uint tid, uint refId, const QVariantMap 
     return true;
 }
 
-QVariant WebApiWorker::dbGetEntrance(uint id)
+} // namespace
+
+bool dbCheckEntrance(const TerminalRequestContext &ctx, uint id, uint refId)
 {
-    if (m_debugLevel >= 1)
+    if (ctx.debugLevel >= 1)
+        qDebug("WebApiWorker::dbCheckEntrance(%u, %u)", id, refId);
+    uint count = 0;
+    return queryCount(ctx,
+                      QStringLiteral("SELECT COUNT(*) FROM inters_data WHERE id = %1 AND refId = %2").arg(id).arg(refId),
+                      "WebApiWorker::dbCheckEntrance() SQl ERROR:", count)
+        && count != 0;
+}
+
+bool dbDeleteEntrance(const TerminalRequestContext &ctx, uint tid, uint id)
+{
+    if (ctx.debugLevel >= 1)
+        qDebug("WebApiWorker::dbDeleteEntrance(%u, %u)", tid, id);
+    // Withdrawn, never removed: the row stays for the attendance computation's history.
+    return execWrite(ctx, QStringLiteral("UPDATE inters_data SET del = 1 WHERE id = %1 AND tid = %2").arg(id).arg(tid),
+                     "WebApiWorker::dbDeleteEntrance() SQl ERROR:");
+}
+
+uint dbGetEntranceMaxRefId(const TerminalRequestContext &ctx, uint tid)
+{
+    if (ctx.debugLevel >= 1)
+        qDebug("WebApiWorker::dbGetEntranceMaxRefId(%u)", tid);
+    QSqlQuery query(ctx.db);
+    if (!runQuery(ctx, query, QStringLiteral("SELECT MAX(refId) FROM inters_data WHERE tid = %1").arg(tid),
+                  "WebApiWorker::dbGetEntranceMaxRefId() SQl ERROR:"))
+        return 0;
+    return query.next() ? query.value(0).toUInt() : 0;
+}
+
+PostedEntrance dbInsertEntrance(const TerminalRequestContext &ctx, uint tid, const QVariantMap &data)
+{
+    const uint refId = data.value(QStringLiteral("refId")).toUInt();
+    if (ctx.debugLevel >= 1)
+        qDebug("WebApiWorker::dbInsertEntrance(%u, %u)", tid, refId);
+    const QString uidText = data.value(QStringLiteral("uid")).toString();
+    if (uidText.isEmpty()) {
+        ctx.response->setError(Response::RE_RequiredUID);
+        return {};
+    }
+    // A terminal posts only as itself: its composite identifier or its number, if anything.
+    const QString bodyTid = data.value(QStringLiteral("tid")).toString().trimmed();
+    if (data.contains(QStringLiteral("tid")) && bodyTid != ctx.header.tid && bodyTid != QString::number(tid)) {
+        ctx.response->setError(Response::RE_InvalidID, bodyTid);
+        return {};
+    }
+    uint uid = 0;
+    uint pid = 0;
+    // One error for an unreadable and an unknown person alike.
+    if (!decodeId(uidText, uid, pid) || !dbCheckPerson(ctx, uid, pid)) {
+        ctx.response->setError(Response::RE_InvalidID, uidText);
+        return {};
+    }
+
+    QVariantMap values;
+    values.insert(QStringLiteral("tid"), tid);
+    values.insert(QStringLiteral("uid"), uid);
+    int required = 0;
+    for (const QString &key : {QStringLiteral("iid"), QStringLiteral("type"), QStringLiteral("date"),
+                               QStringLiteral("description"), QStringLiteral("refId")}) {
+        if (!data.contains(key))
+            continue;
+        const bool numeric = key == QLatin1String("iid") || key == QLatin1String("refId");
+        if (numeric && data.value(key).toUInt() == 0)
+            continue;
+        const QString text = data.value(key).toString().trimmed();
+        if (key == QLatin1String("iid") || key == QLatin1String("type"))
+            ++required;
+        if (key == QLatin1String("date"))
+            values.insert(key, isoToSecs(text));
+        else
+            values.insert(key, text);
+    }
+    if (required < 2) {
+        ctx.response->setError(Response::RE_RequiredField);
+        return {};
+    }
+
+    // The same event again answers with the first row; a different one under a used refId is
+    // a row of its own. Without a refId nothing is a repeat.
+    const bool dated = values.contains(QStringLiteral("date"));
+    uint repeated = 0;
+    if (refId != 0 && !findRepeatedEntrance(ctx, tid, refId, values, repeated))
+        return {};
+    if (repeated != 0) {
+        ctx.response->setStatus(208);
+        return {repeated, false};
+    }
+
+    const qint64 now = QDateTime::currentSecsSinceEpoch();
+    values.insert(QStringLiteral("created"), now);
+    // The date as the terminal sent it, 0 for none: with the event's other values it makes the
+    // unique key that settles two copies posted at the same moment.
+    values.insert(QStringLiteral("sentDate"), dated ? values.value(QStringLiteral("date")) : QVariant(0));
+    if (!dated)
+        values.insert(QStringLiteral("date"), now);
+    // Decoded once and bound as bytes; the image never passes through the statement text.
+    const QVariant image = data.value(QStringLiteral("image"));
+    const QByteArray photo = !data.contains(QStringLiteral("image")) ? QByteArray()
+        : image.userType() == QMetaType::QString ? decodeBase64(image.toString())
+                                                 : QByteArray::fromBase64(image.toByteArray());
+    QVariantMap bound = values;  // `values` stays without the photo for the log line below
+    if (!photo.isEmpty())
+        bound.insert(QStringLiteral("photo"), photo);
+    // A copy that lost the race to the key changes nothing and leaves its twin's id behind.
+    QSqlQuery query(ctx.db);
+    if (!prepareBound(query,
+                      QStringLiteral("INSERT INTO inters_data (%1) VALUES(%2) ON DUPLICATE KEY UPDATE id = LAST_INSERT_ID(id)")
+                          .arg(boundAssignments(bound, QStringLiteral("`%1`")), boundAssignments(bound, QStringLiteral(":%1"))),
+                      bound)) {
+        ctx.response->setSqlError(query.lastError().text(), query.lastQuery(),
+                                  "WebApiWorker::dbInsertEntrance() Prepare failed! ERROR:");
+        return {};
+    }
+    if (!query.exec()) {
+        const QString error = query.lastError().text();
+        if (isMissingIID(ctx, error)) {
+            // The reason code is not created here: the event is refused, and this line keeps it.
+            qWarning() << "WebApiWorker::dbInsertEntrance(" << tid << "," << refId << ") - IID "
+                       << values.value(QStringLiteral("iid")).toUInt() << "missing in ZMTDB! data:" << values;
+            ctx.response->setError(Response::RE_InvalidID, values.value(QStringLiteral("iid")).toString());
+            return {};
+        }
+        // Code 500 rather than RE_SQLError, so that the terminal reads the server's words.
+        ctx.response->setErrorBody(error, 500, 400);
+        qCritical() << "WebApiWorker::dbInsertEntrance() SQl ERROR:" << error << "\nSQL:" << query.lastQuery();
+        return {};
+    }
+    const uint id = query.lastInsertId().toUInt();
+    if (id == 0)
+        return {};
+    if (query.numRowsAffected() < 1) {  // the twin's row
+        ctx.response->setStatus(208);
+        return {id, false};
+    }
+    ctx.response->setStatus(201);
+    return {id, !photo.isEmpty()};
+}
+
+QVariant dbGetEntrance(const TerminalRequestContext &ctx, uint id)
+{
+    if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetEntrance(%u)", id);
-    QSqlQuery query(m_db);
+    QSqlQuery query(ctx.db);
     if (!query.exec(QStringLiteral("SELECT i.uid,p.pid,i.iid,i.type,i.date,i.created,i.description,i.del,i.refId "
                                    "FROM inters_data i JOIN people p USING(uid) WHERE id = %1 LIMIT 1")
                         .arg(id))) {
         // The line it has always shared with the terminal read.
-        reportSqlError(query, "WebApiWorker::dbGetTerm() SQl ERROR:");
+        ctx.response->setSqlError(query.lastError().text(), query.lastQuery(), "WebApiWorker::dbGetTerm() SQl ERROR:");
         // Invalid, so that the error body stays: an empty row would replace it with {}.
         return QVariant();
     }
     if (!query.next())
         return QVariantMap();
     enum Column { Uid, Pid, Iid, Type, Date, Created, Description, Del, RefId };
-    JsonWriter json(m_header.prettyJson);
+    JsonWriter json(ctx.header.prettyJson);
     json.beginObject();
     json.key("created").localTime(query.value(Created).toLongLong(), JsonWriter::IsoDateTime);
     json.key("date").localTime(query.value(Date).toLongLong(), JsonWriter::IsoDateTime);

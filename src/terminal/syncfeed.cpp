@@ -1,4 +1,8 @@
-#include "worker/webapiworker.h"
+#include "terminal/syncfeed.h"
+
+#include "terminal/entrances.h"
+#include "terminal/terminals.h"
+#include "terminal/terminalsql.h"
 
 #include "response/jsonwriter.h"
 #include "response/response.h"
@@ -12,18 +16,19 @@
 // read by a terminal and removed when it acknowledges them. Keys are bare numbers here,
 // not composite identifiers: the terminals of the feed read them so.
 
+namespace {
+
 // One keyed section of the feed: its statements and how a row becomes an entry.
 struct SyncSection
 {
     const char *name;        // the operation, for the trace line
-    const char *errorLine;   // the failure line of reportSqlError
+    const char *errorLine;   // the failure line of its statement
     QString full;            // every row, each as a fresh 'U' stamped now
     QString incremental;     // the pending marks, oldest first
     int keyColumn;           // the column whose number keys the entry
     QVariant (*entry)(const QSqlQuery &query);
 };
 
-namespace {
 
 // Section bits of term.syn, term.flags and term_sync.flags.
 enum SyncBit : uint {
@@ -147,129 +152,43 @@ const SyncSection kGroups = {
                    "s.created"),
     0, groupEntry};
 
-} // namespace
-
-bool WebApiWorker::dbGetSync(uint tid, bool force)
+QVariantMap dbGetSyncSection(const TerminalRequestContext &ctx, const SyncSection &section, uint tid, bool force)
 {
-    if (m_debugLevel >= 1)
-        qDebug("WebApiWorker::dbGetSync(tid=%u, force=%i)", tid, force);
-    QSqlQuery query(m_db);
-    if (!query.exec(QStringLiteral("SELECT syn, status, flags FROM term WHERE tid = %1").arg(tid))) {
-        reportSqlError(query, "WebApiWorker::dbGetSync() SQl ERROR:");
-        return false;
-    }
-    uint syn = 0;
-    bool status = false;
-    uint flags = 0;
-    if (query.next()) {
-        syn = query.value(0).toUInt();
-        status = query.value(1).toBool();
-        flags = query.value(2).toUInt();
-    }
-    // Forcing asks for a full copy of every section the terminal takes part in.
-    const uint mask = force ? (syn | flags) : syn;
-
-    // Asking for the feed is what marks a terminal as alive, known or not.
-    QVariantMap alive;
-    alive.insert(QStringLiteral("setOnline"), dbSetTermOnline(tid));
-    alive.insert(QStringLiteral("flags"), flags);
-    m_response->setData(alive);
-    if (mask == 0)
-        return false;
-
-    QVariantMap feed;
-    feed.insert(QStringLiteral("sync"), mask);
-    feed.insert(QStringLiteral("status"), status);
-    if (status) {
-        if (mask & SyncInters)
-            feed.insert(QStringLiteral("inters"), dbGetSyncInters(tid, force));
-        if (mask & SyncPeople)
-            feed.insert(QStringLiteral("people"), dbGetSyncPeople(tid, force));
-        if (mask & SyncSaldo)
-            feed.insert(QStringLiteral("saldo"), dbGetSyncSaldo(tid, force));
-        if (mask & SyncPresent)
-            feed.insert(QStringLiteral("present"), dbGetSyncPresent(tid, force));
-        if (mask & SyncTimezones)
-            feed.insert(QStringLiteral("timezones"), dbGetSyncTimezones(tid, force));
-        if (mask & SyncGroups) {
-            feed.insert(QStringLiteral("grp"), dbGetClrGrp(tid, force));
-            const QVariantMap vars = dbGetVars(tid);
-            if (!vars.isEmpty())
-                feed.insert(QStringLiteral("vars"), vars);
-        }
-        if (force)
-            feed.insert(QStringLiteral("lastId"), dbGetEntranceMaxRefId(tid));
-    }
-    m_response->setData(feed);
-    return true;
-}
-
-QVariantMap WebApiWorker::dbGetSyncSection(const SyncSection &section, uint tid, bool force)
-{
-    if (m_debugLevel >= 1)
+    if (ctx.debugLevel >= 1)
         qDebug("%s(%u, %i)", section.name, tid, force);
     QVariantMap result;
-    QSqlQuery query(m_db);
-    if (!query.exec((force ? section.full : section.incremental).arg(tid))) {
-        reportSqlError(query, section.errorLine);
+    QSqlQuery query(ctx.db);
+    if (!runQuery(ctx, query, (force ? section.full : section.incremental).arg(tid), section.errorLine))
         return result;
-    }
     // A later row of one key replaces the earlier: the latest mark wins.
     while (query.next())
         result.insert(query.value(section.keyColumn).toString(), section.entry(query));
     if (force) {
         // The pending marks lie over the full copy, so a 'D' replaces the full row.
-        const QVariantMap pending = dbGetSyncSection(section, tid, false);
+        const QVariantMap pending = dbGetSyncSection(ctx, section, tid, false);
         for (auto it = pending.cbegin(); it != pending.cend(); ++it)
             result.insert(it.key(), it.value());
     }
     return result;
 }
 
-QVariantMap WebApiWorker::dbGetSyncInters(uint tid, bool force)
+QVariantMap dbGetSyncTimezones(const TerminalRequestContext &ctx, uint tid, bool force)
 {
-    return dbGetSyncSection(kInters, tid, force);
-}
-
-QVariantMap WebApiWorker::dbGetSyncPeople(uint tid, bool force)
-{
-    return dbGetSyncSection(kPeople, tid, force);
-}
-
-QVariantMap WebApiWorker::dbGetSyncSaldo(uint tid, bool force)
-{
-    return dbGetSyncSection(kSaldo, tid, force);
-}
-
-QVariantMap WebApiWorker::dbGetSyncPresent(uint tid, bool force)
-{
-    return dbGetSyncSection(kPresent, tid, force);
-}
-
-QVariantMap WebApiWorker::dbGetClrGrp(uint tid, bool force)
-{
-    return dbGetSyncSection(kGroups, tid, force);
-}
-
-QVariantMap WebApiWorker::dbGetSyncTimezones(uint tid, bool force)
-{
-    if (m_debugLevel >= 1)
+    if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetSyncTimezones(%u, %i)", tid, force);
     // Both parts render as null until their statement has run.
     QVariantMap result;
     result.insert(QStringLiteral("zones"), QVariant());
     result.insert(QStringLiteral("pzt"), QVariant());
 
-    QSqlQuery query(m_db);
+    QSqlQuery query(ctx.db);
     // The full form has no terminal: every zone goes to every terminal.
     const QString zonesSql = force
         ? QStringLiteral("SELECT 'U' type, UNIX_TIMESTAMP() created, z.* FROM zones z")
         : QStringLiteral("SELECT s.type, s.created, z.* FROM term_sync s JOIN zones z ON ref_id = zid WHERE tid = %1 "
                          "AND s.flags = 64 AND ref = 'zones'ORDER BY s.created").arg(tid);
-    if (!query.exec(zonesSql)) {
-        reportSqlError(query, "WebApiWorker::dbGetSyncTimezones() SQl-1 ERROR:");
+    if (!runQuery(ctx, query, zonesSql, "WebApiWorker::dbGetSyncTimezones() SQl-1 ERROR:"))
         return result;
-    }
     const QSqlRecord record = query.record();
     const int zid = record.indexOf(QStringLiteral("zid"));
     const int name = record.indexOf(QStringLiteral("name"));
@@ -296,10 +215,8 @@ QVariantMap WebApiWorker::dbGetSyncTimezones(uint tid, bool force)
         ? QStringLiteral("SELECT 'U' type, UNIX_TIMESTAMP() created, zid, uid FROM pzt WHERE tid = %1")
         : QStringLiteral("SELECT s.type, s.created, ref_id zid, ref_id2 uid FROM term_sync s WHERE tid = %1 AND "
                          "s.flags = 64 AND ref = 'pzt'ORDER BY s.created");
-    if (!query.exec(pztSql.arg(tid))) {
-        reportSqlError(query, "WebApiWorker::dbGetSyncTimezones() SQl-2 ERROR:");
+    if (!runQuery(ctx, query, pztSql.arg(tid), "WebApiWorker::dbGetSyncTimezones() SQl-2 ERROR:"))
         return result;
-    }
     // A person may hold many assignments: a list, not keyed.
     QVariantList assignments;
     while (query.next()) {
@@ -314,70 +231,103 @@ QVariantMap WebApiWorker::dbGetSyncTimezones(uint tid, bool force)
     return result;
 }
 
-QVariantMap WebApiWorker::dbGetVars(uint tid)
+QVariantMap dbGetVars(const TerminalRequestContext &ctx, uint tid)
 {
-    if (m_debugLevel >= 1)
+    if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetVars(%u)", tid);
     // No full form: even a forced feed shows only the marked variables.
     QVariantMap vars;
-    QSqlQuery query(m_db);
-    if (!query.exec(QStringLiteral("SELECT name, value FROM term_sync s JOIN vars v ON  v.name = s.ref_col WHERE "
-                                   "s.tid = %1 AND s.flags = 256 AND s.type = 'U' AND ref = 'vars'ORDER BY s.created")
-                        .arg(tid))) {
-        reportSqlError(query, "WebApiWorker::dbGetVars() SQl ERROR:");
+    QSqlQuery query(ctx.db);
+    if (!runQuery(ctx, query,
+                  QStringLiteral("SELECT name, value FROM term_sync s JOIN vars v ON  v.name = s.ref_col WHERE "
+                                 "s.tid = %1 AND s.flags = 256 AND s.type = 'U' AND ref = 'vars'ORDER BY s.created")
+                      .arg(tid),
+                  "WebApiWorker::dbGetVars() SQl ERROR:"))
         return vars;
-    }
     while (query.next())
         vars.insert(query.value(0).toString(), storedValue(query.value(1)));
     return vars;
 }
 
-int WebApiWorker::dbDeleteSync(uint tid, uint created, quint16 flags)
+} // namespace
+
+bool dbGetSync(const TerminalRequestContext &ctx, uint tid, bool force)
 {
-    if (m_debugLevel >= 1)
+    if (ctx.debugLevel >= 1)
+        qDebug("WebApiWorker::dbGetSync(tid=%u, force=%i)", tid, force);
+    QSqlQuery query(ctx.db);
+    if (!runQuery(ctx, query, QStringLiteral("SELECT syn, status, flags FROM term WHERE tid = %1").arg(tid),
+                  "WebApiWorker::dbGetSync() SQl ERROR:"))
+        return false;
+    uint syn = 0;
+    bool status = false;
+    uint flags = 0;
+    if (query.next()) {
+        syn = query.value(0).toUInt();
+        status = query.value(1).toBool();
+        flags = query.value(2).toUInt();
+    }
+    // Forcing asks for a full copy of every section the terminal takes part in.
+    const uint mask = force ? (syn | flags) : syn;
+
+    // Asking for the feed is what marks a terminal as alive, known or not.
+    QVariantMap alive;
+    alive.insert(QStringLiteral("setOnline"), dbSetTermOnline(ctx, tid));
+    alive.insert(QStringLiteral("flags"), flags);
+    ctx.response->setData(alive);
+    if (mask == 0)
+        return false;
+
+    QVariantMap feed;
+    feed.insert(QStringLiteral("sync"), mask);
+    feed.insert(QStringLiteral("status"), status);
+    if (status) {
+        if (mask & SyncInters)
+            feed.insert(QStringLiteral("inters"), dbGetSyncSection(ctx, kInters, tid, force));
+        if (mask & SyncPeople)
+            feed.insert(QStringLiteral("people"), dbGetSyncSection(ctx, kPeople, tid, force));
+        if (mask & SyncSaldo)
+            feed.insert(QStringLiteral("saldo"), dbGetSyncSection(ctx, kSaldo, tid, force));
+        if (mask & SyncPresent)
+            feed.insert(QStringLiteral("present"), dbGetSyncSection(ctx, kPresent, tid, force));
+        if (mask & SyncTimezones)
+            feed.insert(QStringLiteral("timezones"), dbGetSyncTimezones(ctx, tid, force));
+        if (mask & SyncGroups) {
+            feed.insert(QStringLiteral("grp"), dbGetSyncSection(ctx, kGroups, tid, force));
+            const QVariantMap vars = dbGetVars(ctx, tid);
+            if (!vars.isEmpty())
+                feed.insert(QStringLiteral("vars"), vars);
+        }
+        if (force)
+            feed.insert(QStringLiteral("lastId"), dbGetEntranceMaxRefId(ctx, tid));
+    }
+    ctx.response->setData(feed);
+    return true;
+}
+
+int dbDeleteSync(const TerminalRequestContext &ctx, uint tid, uint created, quint16 flags)
+{
+    if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbDeleteSync(%u, %u, %u)", tid, created, uint(flags));
     static const char *const kErrorLine = "WebApiWorker::dbDeleteSync() SQl ERROR:";
-    QSqlQuery query(m_db);
+    QSqlQuery query(ctx.db);
     // The limit is strict: a mark of exactly `created` stays.
-    if (!query.exec(QStringLiteral("DELETE FROM term_sync WHERE tid = %1 AND created < %2 AND (flags & %3)")
-                        .arg(tid)
-                        .arg(created)
-                        .arg(flags))) {
-        reportSqlError(query, kErrorLine);
+    if (!runQuery(ctx, query, QStringLiteral("DELETE FROM term_sync WHERE tid = %1 AND created < %2 AND (flags & %3)")
+                                  .arg(tid)
+                                  .arg(created)
+                                  .arg(flags),
+                  kErrorLine))
         return -1;
-    }
     // From here on the marks are gone, whether or not syn can be recomputed.
     const int deleted = query.numRowsAffected();
-    if (!query.exec(QStringLiteral("SELECT DISTINCT flags FROM term_sync WHERE tid = %1").arg(tid))) {
-        reportSqlError(query, kErrorLine);
+    if (!runQuery(ctx, query, QStringLiteral("SELECT DISTINCT flags FROM term_sync WHERE tid = %1").arg(tid),
+                  kErrorLine))
         return deleted;
-    }
     uint left = 0;
     while (query.next())
         left |= query.value(0).toUInt();
     // Only ever clears: a bit stays while marks of it are left, and none is raised here.
-    if (!query.exec(QStringLiteral("UPDATE term SET syn = (syn & %2) WHERE tid = %1").arg(tid).arg(left)))
-        reportSqlError(query, kErrorLine);
+    runQuery(ctx, query, QStringLiteral("UPDATE term SET syn = (syn & %2) WHERE tid = %1").arg(tid).arg(left),
+             kErrorLine);
     return deleted;
-}
-
-bool WebApiWorker::dbSetTermSyn(uint tid, quint16 flags)
-{
-    if (m_debugLevel >= 1)
-        qDebug("WebApiWorker::dbSetTermSyn(tid: %u, flags: %u)", tid, uint(flags));
-    QSqlQuery query(m_db);
-    query.exec(QStringLiteral("Update `term` SET syn = syn | %1 WHERE status = 1 AND tid = %2").arg(flags).arg(tid));
-    if (query.lastError().isValid())
-        qCritical("WebApiWorker::dbSetTermSyn() ERROR: %s", qPrintable(query.lastError().text()));
-    return query.numRowsAffected() > 0;
-}
-
-QString WebApiWorker::dbGetColorGroups()
-{
-    QSqlQuery query(m_db);
-    if (!query.exec(QStringLiteral("SELECT value FROM vars WHERE name = 'colorGroups'"))) {
-        reportSqlError(query, "WebApiWorker::dbGetColorGroups() SQl ERROR:");
-        return QString();
-    }
-    return query.next() ? query.value(0).toString() : QString();
 }

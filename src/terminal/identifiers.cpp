@@ -1,4 +1,6 @@
-#include "worker/webapiworker.h"
+#include "terminal/identifiers.h"
+
+#include "plugin/httppluginworker.h"
 
 #include <QDateTime>
 
@@ -23,7 +25,7 @@ char *writeDigits(uint v, char *end)
 // The composite identifier: two numbers of one row as "first.second", padded so that the
 // plain form's length is a multiple of 3 and its Base64 needs no pad character. Formatted in
 // place: lists call this once per row.
-QString WebApiWorker::encodeId(uint first, uint second)
+QString encodeId(uint first, uint second)
 {
     char a[10];
     char b[10];
@@ -59,7 +61,7 @@ QString WebApiWorker::encodeId(uint first, uint second)
 
 // What QByteArray::fromBase64(text.toUtf8()) gives, without the UTF-8 copy: Qt skips every
 // byte outside the alphabet ('=' included), and a non-ASCII character only makes such bytes.
-QByteArray WebApiWorker::decodeBase64(const QString &text)
+QByteArray decodeBase64(const QString &text)
 {
     static const auto values = [] {
         std::array<qint8, 128> t;
@@ -102,13 +104,13 @@ QByteArray WebApiWorker::decodeBase64(const QString &text)
     return result;
 }
 
-bool WebApiWorker::decodeId(const QString &text, uint &first, uint &second)
+bool decodeId(const QString &text, uint &first, uint &second)
 {
     first = 0;
     second = 0;
     if (text.isEmpty())
         return false;
-    const QByteArray decoded = decodeWebBase64(text.toLocal8Bit());
+    const QByteArray decoded = HttpPluginWorker::decodeWebBase64(text.toLocal8Bit());
     const QString plain = QString::fromLatin1(decoded.constData());  // up to the first NUL
     if (plain.isEmpty() || !plain.contains(QLatin1Char('.')))
         return false;
@@ -120,17 +122,17 @@ bool WebApiWorker::decodeId(const QString &text, uint &first, uint &second)
     return first != 0 && second != 0;
 }
 
-QString WebApiWorker::secsToIsoDateTime(qint64 secs)
+QString secsToIsoDateTime(qint64 secs)
 {
     return QDateTime::fromSecsSinceEpoch(secs).toString(Qt::ISODate);
 }
 
-QString WebApiWorker::secsToIsoDate(qint64 secs)
+QString secsToIsoDate(qint64 secs)
 {
     return QDateTime::fromSecsSinceEpoch(secs).date().toString(Qt::ISODate);
 }
 
-qint64 WebApiWorker::isoToSecs(const QString &text)
+qint64 isoToSecs(const QString &text)
 {
     return QDateTime::fromString(text, Qt::ISODate).toSecsSinceEpoch();
 }

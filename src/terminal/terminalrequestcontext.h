@@ -1,0 +1,24 @@
+#ifndef TERMINALREQUESTCONTEXT_H
+#define TERMINALREQUESTCONTEXT_H
+
+#include "request/requestheader.h"
+
+#include <QSqlDatabase>
+#include <QString>
+
+class Licence;
+class Response;
+
+// The one record that travels through the terminal context for a single request: the units
+// read the database through it and write their errors to its response.
+struct TerminalRequestContext
+{
+    RequestHeader header;
+    QSqlDatabase db;                  // handle copy of the worker's open connection
+    Response *response = nullptr;     // owned by the worker
+    quint8 debugLevel = 0;
+    const Licence *licence = nullptr; // the customer's licence rows, read for this request
+    QString version;                  // of the plug-in, for the info endpoint
+};
+
+#endif
