@@ -25,7 +25,6 @@ HttpServer::HttpServer(const HostConfig &config, WorkerPool &pool, const QString
     : m_config(config)
     , m_pool(pool)
     , m_throttle(config.authFailures)
-    , m_proxies(config.trustedProxies)
     , m_metrics(ApiReference::routes())
     , m_ioc(config.ioThreads)
     , m_signals(m_ioc, SIGINT, SIGTERM)
@@ -34,6 +33,7 @@ HttpServer::HttpServer(const HostConfig &config, WorkerPool &pool, const QString
 {
     for (const QString &path : pluginPaths)
         m_routes.pluginPaths.push_back(path.toStdString());
+    m_routes.proxies = TrustedProxies(config.trustedProxies);
     m_routes.metrics = config.metricsListen == QLatin1String("on");
 }
 

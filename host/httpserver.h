@@ -57,7 +57,7 @@ public:
     Metrics &metrics() { return m_metrics; }
     // The whole answer to GET /metrics.
     std::string metricsPage(bool keepAlive);
-    const TrustedProxies &proxies() const { return m_proxies; }
+    const TrustedProxies &proxies() const { return m_routes.proxies; }
     // The certificate and key of tls/*; null when the host speaks plain HTTP.
     TlsContext *tls() const { return m_tls.get(); }
 
@@ -76,7 +76,6 @@ private:
     QByteArray m_baseUrl;
     std::function<void()> m_stopped;
     AuthThrottle m_throttle;
-    const TrustedProxies m_proxies;
     std::unique_ptr<TlsContext> m_tls;
     Metrics m_metrics;
 

@@ -131,6 +131,7 @@ template <class Stream>
 void HttpSession<Stream>::failedRead(const beast::error_code &ec)
 {
     RequestFacts facts;
+    facts.peer = m_peer;
     facts.started = m_parser && m_parser->got_some();
     // The start line may have been read even when the header was refused.
     m_method = m_parser ? std::string(m_parser->get().method_string()) : std::string();
@@ -151,13 +152,7 @@ void HttpSession<Stream>::failedRead(const beast::error_code &ec)
         facts.end = ReadEnd::Malformed;
     else
         facts.end = ReadEnd::Gone;  // end of stream, reset, or closed at a stop
-    act(decide(facts), facts, nullptr);
-}
-
-template <class Stream>
-Decision HttpSession<Stream>::decide(const RequestFacts &facts) const
-{
-    return decideRequest(facts, m_server.routes(), m_server.throttle(), AuthThrottle::Clock::now());
+    act(decideRequest(facts, m_server.routes(), m_server.throttle(), AuthThrottle::Clock::now()), facts, nullptr);
 }
 
 template <class Stream>
@@ -170,19 +165,19 @@ void HttpSession<Stream>::handleRequest()
     m_path = facts.path = std::string(target.substr(0, target.find('?')));
     m_requestId = AccessLog::clientRequestId(request[AccessLog::kRequestIdHeader]);
     facts.keepAlive = request.keep_alive();
-    std::string forwardedFor;
+    facts.peer = m_peer;
     for (const auto &field : request) {
         facts.headerLines.append(text(field.name_string()) + QLatin1String(": ") + text(field.value()));
         if (beast::iequals(field.name_string(), "X-Forwarded-For"))
-            forwardedFor += (forwardedFor.empty() ? "" : ",") + std::string(field.value());
+            facts.forwardedFor += (facts.forwardedFor.empty() ? "" : ",") + std::string(field.value());
     }
-    m_client = facts.client = m_server.proxies().client(m_peer, forwardedFor);
-    act(decide(facts), facts, &request);
+    act(decideRequest(facts, m_server.routes(), m_server.throttle(), AuthThrottle::Clock::now()), facts, &request);
 }
 
 template <class Stream>
 void HttpSession<Stream>::act(const Decision &decision, const RequestFacts &facts, const Request *request)
 {
+    m_client = decision.client;
     switch (decision.kind) {
     case Decision::Answer:
         return answer(QByteArray::fromStdString(decision.answer), decision.keepAlive);

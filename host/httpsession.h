@@ -57,7 +57,6 @@ private:
     void onRead(boost::beast::error_code ec, std::size_t bytes);
     void failedRead(const boost::beast::error_code &ec);
     void handleRequest();
-    Decision decide(const RequestFacts &facts) const;
     // Does what the decision says; `request` is null when none was read whole.
     void act(const Decision &decision, const RequestFacts &facts, const Request *request);
     void dispatchToPlugin(const Request &request, const QStringList &lines, const Decision &decision);

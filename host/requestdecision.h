@@ -2,6 +2,7 @@
 #define REQUESTDECISION_H
 
 #include "auththrottle.h"
+#include "trustedproxies.h"
 
 #include <QString>
 #include <QStringList>
@@ -21,14 +22,17 @@ struct RequestFacts
     std::string path;         // the target without its query
     QStringList headerLines;  // "Name: value", as they came
     bool keepAlive = false;
-    std::string client;  // the address the throttle counts
+    std::string peer;          // the connection's address
+    std::string forwardedFor;  // every X-Forwarded-For line, joined by commas
 };
 
-// The paths the plug-in serves, and whether this port also serves the metrics.
+// What the host was set up to serve: the plug-in's paths, the metrics on this port or not,
+// and whose X-Forwarded-For to believe.
 struct HostRoutes
 {
     std::vector<std::string> pluginPaths;  // "/webapi" serves itself and all below it
     bool metrics = false;
+    TrustedProxies proxies{QStringList()};
 
     bool servesPlugin(const std::string &path) const;
 };
@@ -48,6 +52,7 @@ struct Decision
     std::string answer;
     bool keepAlive = false;
     QString token;
+    std::string client;  // who asked: the peer, or the client a trusted proxy names
 };
 
 // The one place where the host decides about a request; `now` is the throttle's clock.
