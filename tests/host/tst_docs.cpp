@@ -16,29 +16,21 @@ class TestDocs : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
     void everyRouteListed();
-
-private:
-    QScopedPointer<ApiFixture> m_fx;
-    HostProcess m_host;
 };
-
-void TestDocs::initTestCase()
-{
-    QVERIFY2(!QStandardPaths::findExecutable("chromium").isEmpty(), "chromium is needed (scripts/setup)");
-    m_fx.reset(new ApiFixture("docs"));
-    QVERIFY2(m_fx->setUp(), qPrintable(m_fx->error()));
-    QVERIFY2(m_host.start(m_fx->info().name()), m_host.log().constData());
-}
 
 void TestDocs::everyRouteListed()
 {
+    QVERIFY2(!QStandardPaths::findExecutable("chromium").isEmpty(), "chromium is needed (scripts/setup)");
+    ApiFixture fx("docs");
+    QVERIFY2(fx.setUp(), qPrintable(fx.error()));
+    HostProcess host;
+    QVERIFY2(host.start(fx.info().name()), host.log().constData());
     // A profile of its own and nothing fetched but the page: the test runs offline.
     QTemporaryDir profile;
     QStringList args{"--headless", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
                      "--disable-component-update", "--disable-sync", "--user-data-dir=" + profile.path(), "--dump-dom",
-                     QString("http://127.0.0.1:%1/docs").arg(m_host.port())};
+                     QString("http://127.0.0.1:%1/docs").arg(host.port())};
     if (::geteuid() == 0)
         args << "--no-sandbox";
     QProcess browser;
@@ -49,7 +41,7 @@ void TestDocs::everyRouteListed()
     QStringList listed;
     const QRegularExpression heading("<span class=\"method\">(\\w+)</span> <span class=\"path\">/webapi(/[^<]+)</span>");
     for (auto match = heading.globalMatch(dom); match.hasNext();) {
-        const auto m = match.next();
+        const QRegularExpressionMatch m = match.next();
         listed << m.captured(1).toLower() + ' ' + m.captured(2);
     }
     listed.sort();

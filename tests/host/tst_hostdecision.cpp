@@ -29,7 +29,7 @@ private slots:
     void pluginAnswer_data();
     void pluginAnswer();
     void ownErrorsInPluginBytes();
-    void requestIdAndRoutes();
+    void requestIdAndMetrics();
 };
 
 void TestHostDecision::decision_data()
@@ -160,16 +160,25 @@ void TestHostDecision::ownErrorsInPluginBytes()
     QCOMPARE(maskTms(QByteArray::fromStdString(ServerResponses::busy(1))), maskTms(busy.renderError(Response::RE_BadDatabase, "")));
 }
 
-void TestHostDecision::requestIdAndRoutes()
+void TestHostDecision::requestIdAndMetrics()
 {
     // Echoed as it came only when it is safe to: 1 to 128 of letters, digits and "-_.:".
-    for (const QString &id : QStringList{"6f1c2a7e-0b4d-4c8e-9a55-3f0d2e1b7c90", QString(128, 'r'), QString(129, 'r'), QString("id \"x\" <b>;"), QString()})
+    for (const QString &id : QStringList{"6f1c2a7e-0b4d-4c8e:9a55_3f0d", QString(128, 'r'), QString(129, 'r'), "id \"x\" <b>;", ""})
         QCOMPARE(AccessLog::clientRequestId(id.toStdString()).size(), std::size_t(id.size() <= 128 && !id.contains(' ') ? id.size() : 0));
-    const Metrics metrics(ApiReference::routes());
-    QCOMPARE(metrics.route("/webapi/person/abc"), std::string("/webapi/person/{id}"));
-    QCOMPARE(metrics.route("/webapi/person/"), std::string("other"));
-    QCOMPARE(metrics.route("/webapi/person/abc/x"), std::string("other"));
-    QCOMPARE(metrics.route("/healthz"), std::string("/healthz"));
+    // Counted by route, never by the path's own words; refusals and failures by what the answer said.
+    Metrics metrics(ApiReference::routes());
+    metrics.record("GET", "/webapi/person/7f3a", readPluginAnswer(kRefused), 0.02);
+    metrics.record("BREW", "/webapi/person/7f3a/x", readPluginAnswer(kUnknown), 0.02);
+    metrics.record("GET", "/healthz", readPluginAnswer("HTTP/1.1 429 Too Many Requests"), 0.02);
+    const QByteArray text = QByteArray::fromStdString(metrics.text({}));
+    for (const char *line : {"webapi_requests_total{route=\"/webapi/person/{id}\",method=\"GET\",status=\"401\"} 1",
+                             "webapi_requests_total{route=\"other\",method=\"other\",status=\"503\"} 1",
+                             "webapi_request_duration_seconds_bucket{route=\"/healthz\",le=\"0.01\"} 0",
+                             "webapi_request_duration_seconds_bucket{route=\"/healthz\",le=\"0.025\"} 1",
+                             "webapi_failed_authentications_total 1", "webapi_database_errors_total 0",
+                             "webapi_throttled_requests_total 1"})
+        QVERIFY2(text.contains(QByteArray(line) + '\n'), line);
+    QVERIFY(!text.contains("7f3a"));
 }
 
 QTEST_GUILESS_MAIN(TestHostDecision)
