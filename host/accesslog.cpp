@@ -57,13 +57,6 @@ QByteArray AccessLog::withRequestId(const QByteArray &response, const std::strin
     return out.insert(headEnd, "\r\n" + QByteArray(kRequestIdHeader) + ": " + QByteArray::fromStdString(id));
 }
 
-int AccessLog::statusOf(const QByteArray &response)
-{
-    // "HTTP/1.1 200 OK": the three digits after the first blank.
-    const int blank = response.indexOf(' ');
-    return blank < 0 ? 0 : response.mid(blank + 1, 3).toInt();
-}
-
 void AccessLog::write(const AccessEntry &entry)
 {
     if (hostLogFormat() == LogFormat::Json) {

@@ -31,8 +31,6 @@ std::string clientRequestId(boost::beast::string_view value);
 std::string newRequestId();
 // `response` (a whole response text) with the header kRequestIdHeader at the end of its head.
 QByteArray withRequestId(const QByteArray &response, const std::string &id);
-// The status of a whole response text, 0 when it has none.
-int statusOf(const QByteArray &response);
 
 // One line on stderr in the configured format (never credentials: no header is written).
 void write(const AccessEntry &entry);

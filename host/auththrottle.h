@@ -1,7 +1,7 @@
 #ifndef AUTHTHROTTLE_H
 #define AUTHTHROTTLE_H
 
-#include <QByteArray>
+#include "pluginanswer.h"
 
 #include <chrono>
 #include <mutex>
@@ -22,12 +22,10 @@ public:
     explicit AuthThrottle(int limit);
 
     // Whole seconds until `client` may try again at `customer` (a token); 0 when it may now.
-    int retryAfter(const std::string &client, const std::string &customer, Clock::time_point now = Clock::now());
-    // Counts the plug-in's `response` when it refused a guess: a key or scheme, or a customer
+    int retryAfter(const std::string &client, const std::string &customer, Clock::time_point now) const;
+    // Counts the plug-in's `answer` when it refused a guess: a key or scheme, or a customer
     // token the InfoDB does not know.
-    // Whether the plug-in's `response` refused a client key or scheme (not a missing licence).
-    static bool isRefusedKey(const QByteArray &response);
-    void recordResponse(const std::string &client, const std::string &customer, const QByteArray &response,
+    void recordResponse(const std::string &client, const std::string &customer, const PluginAnswer &answer,
                         Clock::time_point now = Clock::now());
 
 private:
@@ -41,7 +39,7 @@ private:
     void dropExpired(Clock::time_point now);
 
     const int m_limit;
-    std::mutex m_mutex;
+    mutable std::mutex m_mutex;
     std::unordered_map<std::string, Window> m_windows;  // by client and customer
     Clock::time_point m_nextSweep;
 };

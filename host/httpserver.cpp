@@ -25,7 +25,6 @@ HttpServer::HttpServer(const HostConfig &config, WorkerPool &pool, const QString
     : m_config(config)
     , m_pool(pool)
     , m_throttle(config.authFailures)
-    , m_proxies(config.trustedProxies)
     , m_metrics(ApiReference::routes())
     , m_ioc(config.ioThreads)
     , m_signals(m_ioc, SIGINT, SIGTERM)
@@ -33,7 +32,9 @@ HttpServer::HttpServer(const HostConfig &config, WorkerPool &pool, const QString
     , m_deadline(m_ioc)
 {
     for (const QString &path : pluginPaths)
-        m_paths.push_back(path.toStdString());
+        m_routes.pluginPaths.push_back(path.toStdString());
+    m_routes.proxies = TrustedProxies(config.trustedProxies);
+    m_routes.metrics = config.metricsListen == QLatin1String("on");
 }
 
 HttpServer::~HttpServer()
@@ -137,14 +138,6 @@ void HttpServer::join()
     m_threads.clear();
 }
 
-bool HttpServer::servesPath(const std::string &path) const
-{
-    for (const std::string &prefix : m_paths) {
-        if (path.compare(0, prefix.size(), prefix) == 0 && (path.size() == prefix.size() || path[prefix.size()] == '/'))
-            return true;
-    }
-    return false;
-}
 
 void HttpServer::addSession(const std::shared_ptr<Session> &session)
 {

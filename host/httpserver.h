@@ -4,6 +4,7 @@
 #include "auththrottle.h"
 #include "hostconfig.h"
 #include "metrics.h"
+#include "requestdecision.h"
 #include "tlscontext.h"
 #include "trustedproxies.h"
 
@@ -49,14 +50,14 @@ public:
     const HostConfig &config() const { return m_config; }
     WorkerPool &pool() { return m_pool; }
     bool stopping() const { return m_stopping; }
-    bool servesPath(const std::string &path) const;
+    const HostRoutes &routes() const { return m_routes; }
     const QByteArray &baseUrl() const { return m_baseUrl; }
     AuthThrottle &throttle() { return m_throttle; }
+    const AuthThrottle &throttle() const { return m_throttle; }
     Metrics &metrics() { return m_metrics; }
-    bool metricsBesideApi() const { return m_config.metricsListen == QLatin1String("on"); }
     // The whole answer to GET /metrics.
     std::string metricsPage(bool keepAlive);
-    const TrustedProxies &proxies() const { return m_proxies; }
+    const TrustedProxies &proxies() const { return m_routes.proxies; }
     // The certificate and key of tls/*; null when the host speaks plain HTTP.
     TlsContext *tls() const { return m_tls.get(); }
 
@@ -71,11 +72,10 @@ private:
 
     const HostConfig m_config;
     WorkerPool &m_pool;
-    std::vector<std::string> m_paths;
+    HostRoutes m_routes;
     QByteArray m_baseUrl;
     std::function<void()> m_stopped;
     AuthThrottle m_throttle;
-    const TrustedProxies m_proxies;
     std::unique_ptr<TlsContext> m_tls;
     Metrics m_metrics;
 

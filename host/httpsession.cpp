@@ -1,16 +1,14 @@
 #include "httpsession.h"
 
 #include "accesslog.h"
-#include "apireference.h"
 #include "auththrottle.h"
 #include "hostlog.h"
 #include "httpserver.h"
 #include "serverresponses.h"
 #include "workerpool.h"
+#include "pluginanswer.h"
 
-#include "database/dbmanager.h"
 #include "plugin/httppluginworker.h"
-#include "request/requestheader.h"
 
 #include <QStringList>
 #include <QUrl>
@@ -132,6 +130,9 @@ void HttpSession<Stream>::onRead(beast::error_code ec, std::size_t)
 template <class Stream>
 void HttpSession<Stream>::failedRead(const beast::error_code &ec)
 {
+    RequestFacts facts;
+    facts.peer = m_peer;
+    facts.started = m_parser && m_parser->got_some();
     // The start line may have been read even when the header was refused.
     m_method = m_parser ? std::string(m_parser->get().method_string()) : std::string();
     m_path = m_parser ? std::string(m_parser->get().target()) : std::string();
@@ -141,67 +142,67 @@ void HttpSession<Stream>::failedRead(const beast::error_code &ec)
     if (m_path.empty())
         m_path = "-";
     if (ec == http::error::body_limit)
-        return answer(QByteArray::fromStdString(ServerResponses::payloadTooLarge()), false);
-    if (ec == http::error::header_limit)
-        return answer(QByteArray::fromStdString(ServerResponses::headersTooLarge()), false);
-    if (ec == beast::error::timeout) {
-        // The stream has closed the socket already; only a started request is worth a line.
-        if (m_parser && m_parser->got_some()) {
-            m_out = "HTTP/1.1 408";
-            logAccess(0);
-        }
-        return;
-    }
-    if (ec.category() == http::make_error_code(http::error::bad_target).category() && ec != http::error::end_of_stream
-        && ec != http::error::partial_message)
-        return answer(QByteArray::fromStdString(ServerResponses::badRequest()), false);
-    // End of stream, reset, or closed at a stop: nothing to answer.
-    closeSocket();
+        facts.end = ReadEnd::BodyTooLarge;
+    else if (ec == http::error::header_limit)
+        facts.end = ReadEnd::HeaderTooLarge;
+    else if (ec == beast::error::timeout)
+        facts.end = ReadEnd::TimedOut;
+    else if (ec.category() == http::make_error_code(http::error::bad_target).category() && ec != http::error::end_of_stream
+             && ec != http::error::partial_message)
+        facts.end = ReadEnd::Malformed;
+    else
+        facts.end = ReadEnd::Gone;  // end of stream, reset, or closed at a stop
+    act(decideRequest(facts, m_server.routes(), m_server.throttle(), AuthThrottle::Clock::now()), facts, nullptr);
 }
 
 template <class Stream>
 void HttpSession<Stream>::handleRequest()
 {
     Request request = m_parser->release();
-    m_method = std::string(request.method_string());
+    RequestFacts facts;
+    m_method = facts.method = std::string(request.method_string());
     const beast::string_view target = request.target();
-    m_path = std::string(target.substr(0, target.find('?')));
+    m_path = facts.path = std::string(target.substr(0, target.find('?')));
     m_requestId = AccessLog::clientRequestId(request[AccessLog::kRequestIdHeader]);
-    const bool keepAlive = request.keep_alive();
-    std::string forwardedFor;
-    const auto forwarded = request.equal_range("X-Forwarded-For");
-    for (auto field = forwarded.first; field != forwarded.second; ++field)
-        forwardedFor += (forwardedFor.empty() ? "" : ",") + std::string(field->value());
-    m_client = m_server.proxies().client(m_peer, forwardedFor);
-    if (m_server.servesPath(m_path))
-        return dispatchToPlugin(request);
-    if (request.method() == http::verb::get && m_path == "/healthz")
-        return probeHealth(keepAlive);
-    if (request.method() == http::verb::get && m_path == "/metrics" && m_server.metricsBesideApi())
-        return answer(QByteArray::fromStdString(m_server.metricsPage(keepAlive)), keepAlive);
-    if (request.method() == http::verb::get && m_path == "/docs")
-        return answer(QByteArray::fromStdString(ServerResponses::page("text/html; charset=utf-8", ApiReference::page(),
-                                                                      keepAlive)),
-                      keepAlive);
-    answer(QByteArray::fromStdString(ServerResponses::notFound(keepAlive)), keepAlive);
+    facts.keepAlive = request.keep_alive();
+    facts.peer = m_peer;
+    for (const auto &field : request) {
+        facts.headerLines.append(text(field.name_string()) + QLatin1String(": ") + text(field.value()));
+        if (beast::iequals(field.name_string(), "X-Forwarded-For"))
+            facts.forwardedFor += (facts.forwardedFor.empty() ? "" : ",") + std::string(field.value());
+    }
+    act(decideRequest(facts, m_server.routes(), m_server.throttle(), AuthThrottle::Clock::now()), facts, &request);
 }
 
 template <class Stream>
-void HttpSession<Stream>::dispatchToPlugin(const Request &request)
+void HttpSession<Stream>::act(const Decision &decision, const RequestFacts &facts, const Request *request)
 {
-    const bool keepAlive = request.keep_alive();
-    QStringList lines;
-    for (const auto &field : request)
-        lines.append(text(field.name_string()) + QLatin1String(": ") + text(field.value()));
-    const QString token = parseRequestHeader(lines).token;
-    if (const int wait = m_server.throttle().retryAfter(m_client, token.toStdString()))
-        return answer(QByteArray::fromStdString(ServerResponses::tooManyRequests(wait, keepAlive)), keepAlive);
+    m_client = decision.client;
+    switch (decision.kind) {
+    case Decision::Answer:
+        return answer(QByteArray::fromStdString(decision.answer), decision.keepAlive);
+    case Decision::ProbeHealth:
+        return probeHealth(decision.keepAlive);
+    case Decision::Metrics:
+        return answer(QByteArray::fromStdString(m_server.metricsPage(decision.keepAlive)), decision.keepAlive);
+    case Decision::Plugin:
+        return dispatchToPlugin(*request, facts.headerLines, decision);
+    case Decision::LogTimeout:
+        m_out = "HTTP/1.1 408";
+        return logAccess(0);
+    case Decision::Close:
+        return closeSocket();
+    }
+}
+
+template <class Stream>
+void HttpSession<Stream>::dispatchToPlugin(const Request &request, const QStringList &lines, const Decision &decision)
+{
+    const bool keepAlive = decision.keepAlive;
+    const QString token = decision.token;
     const QString method = text(request.method_string());
     const QUrl url = QUrl::fromEncoded(m_server.baseUrl() + QByteArray(request.target().data(), int(request.target().size())));
     const QByteArray body(request.body().data(), int(request.body().size()));
-    // A token the InfoDB could read as SQL never reaches a worker.
-    if (!DBManager::isValidToken(token))
-        return answer(QByteArray::fromStdString(ServerResponses::invalidToken()), keepAlive);
     auto taken = std::make_shared<std::atomic<bool>>(false);
     const bool queued = m_server.pool().submit([self = this->shared_from_this(), taken, method, url, lines, body,
                                                 keepAlive, token](HttpPluginWorker *worker) {
@@ -210,7 +211,7 @@ void HttpSession<Stream>::dispatchToPlugin(const Request &request)
         QByteArray response = worker->buildResponse(method, url, lines, body);
         net::post(self->m_stream.get_executor(), [self, response = std::move(response), keepAlive, token]() mutable {
             self->stopWaiting();
-            self->m_server.throttle().recordResponse(self->m_client, token.toStdString(), response);
+            self->m_server.throttle().recordResponse(self->m_client, token.toStdString(), readPluginAnswer(response));
             self->answer(std::move(response), keepAlive);
         });
     });
@@ -343,10 +344,10 @@ template <class Stream>
 void HttpSession<Stream>::logAccess(std::size_t bytes) const
 {
     const double seconds = m_clock.isValid() ? double(m_clock.nsecsElapsed()) / 1e9 : 0.0;
-    const int status = AccessLog::statusOf(m_out);
+    const PluginAnswer read = readPluginAnswer(m_out);
     AccessLog::write({m_client, m_method, m_path, m_requestId.empty() ? AccessLog::newRequestId() : m_requestId,
-                      status, bytes, seconds});
-    m_server.metrics().record(m_method, m_path, status, seconds, m_out);
+                      read.status, bytes, seconds});
+    m_server.metrics().record(m_method, m_path, read, seconds);
 }
 
 template class HttpSession<PlainStream>;

@@ -1,6 +1,7 @@
 #ifndef HTTPSESSION_H
 #define HTTPSESSION_H
 
+#include "requestdecision.h"
 #include "session.h"
 
 #include <QByteArray>
@@ -56,7 +57,9 @@ private:
     void onRead(boost::beast::error_code ec, std::size_t bytes);
     void failedRead(const boost::beast::error_code &ec);
     void handleRequest();
-    void dispatchToPlugin(const Request &request);
+    // Does what the decision says; `request` is null when none was read whole.
+    void act(const Decision &decision, const RequestFacts &facts, const Request *request);
+    void dispatchToPlugin(const Request &request, const QStringList &lines, const Decision &decision);
     // While a request waits for a worker: its deadline, and a client that goes away.
     void watchClient();
     void onClientReadable(const std::shared_ptr<std::atomic<bool>> &taken, boost::beast::error_code ec);

@@ -15,14 +15,6 @@
 namespace beast = boost::beast;
 namespace net = boost::asio;
 
-namespace {
-
-// Long enough that a full descriptor table costs nothing, short enough that a client whose
-// connection waits in the backlog hardly notices.
-const std::chrono::milliseconds kAcceptPause(100);
-
-} // namespace
-
 // Open connections, in total and per peer address.
 struct Listener::Counts
 {

@@ -6,6 +6,7 @@
 #include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core/error.hpp>
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -21,6 +22,10 @@ bool openAcceptor(boost::asio::ip::tcp::acceptor &acceptor, const boost::asio::i
 class Listener : public std::enable_shared_from_this<Listener>
 {
 public:
+    // After a failed accept (a full descriptor table): long enough that it costs nothing,
+    // short enough that a client whose connection waits in the backlog hardly notices.
+    static constexpr std::chrono::milliseconds kAcceptPause{100};
+
     Listener(boost::asio::io_context &ioc, HttpServer &server);
 
     bool open(const boost::asio::ip::tcp::endpoint &endpoint, boost::beast::error_code &ec);

@@ -1,10 +1,5 @@
 #include "metrics.h"
 
-#include "auththrottle.h"
-
-#include <QJsonDocument>
-#include <QJsonObject>
-
 #include <algorithm>
 #include <sstream>
 
@@ -32,18 +27,6 @@ bool matches(const std::string &route, const std::string &path)
         }
     }
     return r == route.size() && p == path.size();
-}
-
-// A statement failed (100501), or a customer's database could not be opened (100503 naming
-// it; without a name the token was unknown, or the host refused the request itself).
-bool isDatabaseError(int status, const QByteArray &response)
-{
-    if (status != 500 && status != 503)
-        return false;
-    const int headEnd = response.indexOf("\r\n\r\n");
-    const QJsonObject body = QJsonDocument::fromJson(response.mid(headEnd < 0 ? response.size() : headEnd + 4)).object();
-    const int code = body.value(QLatin1String("code")).toInt();
-    return code == 100501 || (code == 100503 && body.value(QLatin1String("message")).toString() != QLatin1String("Database '' not initialized!"));
 }
 
 std::string number(double value)
@@ -74,14 +57,12 @@ std::string Metrics::route(const std::string &path) const
     return kOther;
 }
 
-void Metrics::record(const std::string &method, const std::string &path, int status, double seconds,
-                     const QByteArray &response)
+void Metrics::record(const std::string &method, const std::string &path, const PluginAnswer &answer, double seconds)
 {
+    const int status = answer.status;
     const std::string label = route(path);
     const auto known = std::find(std::begin(kMethods), std::end(kMethods), method);
     const std::string methodLabel = known == std::end(kMethods) ? kOther : *known;
-    const bool databaseError = isDatabaseError(status, response);
-    const bool failedAuthentication = AuthThrottle::isRefusedKey(response);
     const auto bucket = std::lower_bound(kBuckets.begin(), kBuckets.end(), seconds) - kBuckets.begin();
 
     std::lock_guard<std::mutex> lock(m_mutex);
@@ -91,8 +72,8 @@ void Metrics::record(const std::string &method, const std::string &path, int sta
         ++histogram.buckets[std::size_t(bucket)];
     ++histogram.count;
     histogram.sum += seconds;
-    m_databaseErrors += databaseError;
-    m_failedAuthentications += failedAuthentication;
+    m_databaseErrors += answer.databaseError();
+    m_failedAuthentications += answer.refusedKey();
     m_throttled += status == 429;
 }
 

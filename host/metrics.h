@@ -1,6 +1,8 @@
 #ifndef METRICS_H
 #define METRICS_H
 
+#include "pluginanswer.h"
+
 #include <QByteArray>
 
 #include <array>
@@ -29,9 +31,8 @@ public:
     // `routes`: the documented paths with placeholders ("/webapi/person/{id}").
     explicit Metrics(std::vector<std::string> routes);
 
-    // One answered request; `response` is the whole answer, read for its error code.
-    void record(const std::string &method, const std::string &path, int status, double seconds,
-                const QByteArray &response);
+    // One answered request and what its answer said.
+    void record(const std::string &method, const std::string &path, const PluginAnswer &answer, double seconds);
     std::string text(const Gauges &gauges) const;
 
     // The label of a path: the route it matches, one of the host's own paths, or "other".

@@ -17,7 +17,6 @@ namespace net = boost::asio;
 namespace {
 
 const std::chrono::seconds kTimeout(10);
-const std::chrono::milliseconds kAcceptPause(100);
 
 // One scrape: read the request, answer, close.
 struct Scrape : std::enable_shared_from_this<Scrape>
@@ -97,7 +96,7 @@ void MetricsListener::accept()
             return self->accept();
         }
         // Out of descriptors, most likely: try again a little later instead of spinning.
-        self->m_pause.expires_after(kAcceptPause);
+        self->m_pause.expires_after(Listener::kAcceptPause);
         self->m_pause.async_wait([self](beast::error_code) { self->accept(); });
     });
 }

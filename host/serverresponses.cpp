@@ -1,5 +1,7 @@
 #include "serverresponses.h"
 
+#include "request/answerhead.h"
+
 #include <QDateTime>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -34,20 +36,20 @@ std::string make(http::status status, const std::string &text, bool keepAlive, i
     return respond(status, "text/plain; charset=utf-8", text + "\n", keepAlive, retryAfter);
 }
 
-// In the plug-in's error form: its head lines and an indented {"code", "message"} body.
-std::string pluginError(const char *statusLine, int code, const QString &message, int retryAfter = 0)
+} // namespace
+
+std::string ServerResponses::pluginError(unsigned status, int code, const QString &message, int retryAfter)
 {
     const QByteArray json = QJsonDocument(QJsonObject{{QStringLiteral("code"), code}, {QStringLiteral("message"), message}})
                                 .toJson(QJsonDocument::Indented);
-    QByteArray head = QByteArray("HTTP/1.1 ") + statusLine + "\r\nContent-Type: application/json; charset=\"utf-8\"\r\n"
-        + "Content-Length: " + QByteArray::number(json.size()) + "\r\n";
+    QMap<QString, QVariant> headers{{QStringLiteral("X-WEBAPI-TMS"), QDateTime::currentSecsSinceEpoch()}};
     if (retryAfter > 0)
-        head += "Retry-After: " + QByteArray::number(retryAfter) + "\r\n";
-    head += "X-WEBAPI-TMS: " + QByteArray::number(QDateTime::currentSecsSinceEpoch()) + "\r\n\r\n";
-    return (head + json).toStdString();
+        headers.insert(QStringLiteral("Retry-After"), retryAfter);
+    const auto reason = http::obsolete_reason(http::status(status));
+    const QString head = answerHead(int(status), QString::fromLatin1(reason.data(), int(reason.size())),
+                                    QStringLiteral("application/json"), json.size(), headers);
+    return (head.toUtf8() + "\r\n" + json).toStdString();
 }
-
-} // namespace
 
 std::string ServerResponses::health(bool infoDbAnswers, bool keepAlive)
 {
@@ -93,11 +95,11 @@ std::string ServerResponses::tooManyRequests(int retryAfter, bool keepAlive)
 std::string ServerResponses::invalidToken()
 {
     // The token is not repeated: it is someone else's bytes, possibly crafted.
-    return pluginError("400 Bad Request", 100102, QStringLiteral("Invalid ID 'token'!"));
+    return pluginError(400, 100102, QStringLiteral("Invalid ID 'token'!"));
 }
 
 std::string ServerResponses::busy(int retryAfter)
 {
     // No database is named: the request was not looked at.
-    return pluginError("503 Service Unavailable", 100503, QStringLiteral("Database '' not initialized!"), retryAfter);
+    return pluginError(503, 100503, QStringLiteral("Database '' not initialized!"), retryAfter);
 }

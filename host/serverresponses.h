@@ -1,12 +1,17 @@
 #ifndef SERVERRESPONSES_H
 #define SERVERRESPONSES_H
 
+#include <QString>
+
 #include <string>
 
 // The host's own answers, as complete response texts. Everything below the plug-in's paths
 // is the plug-in's; these cover the rest and the failures before a request is whole.
 namespace ServerResponses {
 
+// An error in the plug-in's own form and bytes: its head lines and an indented
+// {"code", "message"} body, so clients parse it like any other error; Retry-After in seconds.
+std::string pluginError(unsigned status, int code, const QString &message, int retryAfter = 0);
 std::string health(bool infoDbAnswers, bool keepAlive);
 // 200 with `body` as it is: the reference page, the metrics.
 std::string page(const char *contentType, const std::string &body, bool keepAlive);

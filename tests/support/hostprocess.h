@@ -6,9 +6,6 @@
 #include <QHostAddress>
 #include <QMap>
 #include <QProcess>
-#include <QScopedPointer>
-#include <QSslCertificate>
-#include <QStringList>
 #include <QTcpSocket>
 #include <QTemporaryFile>
 
@@ -45,40 +42,37 @@ public:
     quint16 port() const { return m_port; }
     QByteArray log();  // everything the host wrote to stderr so far
     bool waitForLog(const QByteArray &text, int timeoutMs = 10000);
-    void terminate();  // SIGTERM
     void signal(int number);
     // The exit code once it ended (-1 for a crash), or -2 when it still runs.
     int waitForExit(int timeoutMs = 10000);
-    QProcess &process() { return m_process; }
-
-    static QString binary();  // the built one; setBinary names another (an unpacked package's)
-    void setBinary(const QString &path) { m_binary = path; }
+    bool running() const { return m_process.state() == QProcess::Running; }
+    void setBinary(const QString &path) { m_binary = path; }  // another than the built one
 
 private:
     BoundProcess m_process;
     // The host's stderr goes to a file: a pipe that a busy test does not drain would fill
     // and stall the host in the middle of a write.
     QTemporaryFile m_logFile;
-    QString m_binary = binary();
+    QString m_binary = QStringLiteral(WEBAPI_BIN_DIR "/webapi-host");
     QByteArray m_log;
     quint16 m_port = 0;
 };
 
 // One client connection speaking raw HTTP/1.1, so tests see exactly the bytes on the wire.
+// `from`: the local address to connect from (any 127.x.y.z works on loopback), so tests can
+// play several clients.
 class HttpConnection
 {
 public:
-    // `from`: the local address to connect from (any 127.x.y.z works on loopback), so tests
-    // can play several clients. `tls`: HTTPS, any certificate taken.
-    explicit HttpConnection(quint16 port, const QHostAddress &from = QHostAddress(), bool tls = false);
-    bool isConnected() const;
-    QSslCertificate peerCertificate() const;
-
+    explicit HttpConnection(quint16 port, const QHostAddress &from = QHostAddress());
     bool send(const QByteArray &raw);
     // One whole response (head and Content-Length body); empty when none came in time.
     QByteArray readResponse(int timeoutMs = 10000);
     QByteArray request(const QByteArray &method, const QByteArray &path, const QStringList &headers = {},
-                       const QByteArray &body = QByteArray());
+                       const QByteArray &body = QByteArray())
+    {
+        return send(format(method, path, headers, body)) ? readResponse() : QByteArray();
+    }
     HttpReply reply(const QByteArray &method, const QByteArray &path, const QStringList &headers = {},
                     const QByteArray &body = QByteArray())
     {
@@ -90,7 +84,7 @@ public:
                              const QByteArray &body = QByteArray());
 
 private:
-    QScopedPointer<QTcpSocket> m_socket;
+    QTcpSocket m_socket;
     QByteArray m_pending;
 };
 
@@ -98,6 +92,6 @@ private:
 // (API token "api-token-boss") over that person. Returns the person's id as terminals send it.
 QString addPerson(ApiFixture &fx);
 // An entrance with a stated time: a repeat of it is known as the same event.
-QByteArray entranceBody(const QString &person, uint refId, int photoBytes = 0);
+QByteArray entranceBody(const QString &person, uint refId);
 
 #endif
