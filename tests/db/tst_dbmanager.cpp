@@ -17,20 +17,167 @@ class TestDBManager : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void init();
-    void cleanup();
-    void cleanupTestCase();
-    void manager_data();
-    void manager();
-    void connectionPerThread();
+    void initTestCase()
+    {
+        QString why;
+        QVERIFY2(TestServer::sameTimeZone(&why), qPrintable(why));
+        m_info.reset(new TestDatabase("dbm_info", WEBAPI_SOURCE_DIR "/database/schema/infodb.sql"));
+        m_customer.reset(new TestDatabase("dbm_cust"));
+        QVERIFY2(m_info->isReady() && m_customer->isReady(), qPrintable(m_info->error() + m_customer->error()));
+        m_infoConnection = "QHX.InfoDB." + m_info->name();
+        m_zmtConnection = "QHX.ZMTDB." + m_info->name();
+        QSqlDatabase info = TestServer::connect(m_infoConnection, m_info->name());
+        info.close();  // the manager's own open attempt is what isInfoDB reports
+        QSqlDatabase::cloneDatabase(info, m_zmtConnection);
+        // What an unusable token falls back to.
+        QSqlDatabase::cloneDatabase(info, QSqlDatabase::defaultConnection);
+    }
+    void init()
+    {
+        QVERIFY(m_info->exec("DELETE FROM `schemas`"));
+        QSqlDatabase::database(m_infoConnection, false).close();
+        m_manager.reset(new DBManager());
+        m_manager->setInfoDB(QSqlDatabase::database(m_infoConnection, false));
+        m_manager->setZmtDB(QSqlDatabase::database(m_zmtConnection, false));
+        QVERIFY(m_manager->isInfoDB());
+    }
+    void cleanup()
+    {
+        m_manager.reset();
+        for (const QString &name : QSqlDatabase::connectionNames()) {
+            if (name.contains("_dbc_") || name == "probe")
+                QSqlDatabase::removeDatabase(name);
+        }
+    }
+    void manager_data()
+    {
+        QTest::addColumn<QString>("schemas");  // rows of (token, name, user, pass, status, maintenance, recalc)
+        QTest::addColumn<Probe>("probe");
+        QTest::addColumn<QString>("expected");
+        // Braced lists run their calls in order, so a probe lists its steps in one.
+        const auto scheme = [](const QByteArray &pass, int status = 1, const QString &user = "$USER") {
+            return QString("('tok', '$DB', '%1', %2, %3, NULL, NULL)").arg(user, pass.isNull() ? "NULL" : "'" + pass.toBase64() + "'").arg(status);
+        };
+        const QByteArray pass = TestServer::password().toUtf8();
+        const QString usable = scheme(pass);
+        const Probe tok = [this] { return served("tok"); };
+        QTest::newRow("usable row") << usable << tok << "own";
+        QTest::newRow("unknown token") << "" << tok << "default";
+        QTest::newRow("inactive") << scheme(pass, 0) << tok << "default";
+        QTest::newRow("NULL pass") << scheme(QByteArray()) << tok << "default";
+        QTest::newRow("pass decodes to NUL") << scheme(QByteArray("\0abc", 4)) << tok << "default";
+        QTest::newRow("pass not base64") << scheme("").replace("''", "'***'") << tok << "default";
+        QTest::newRow("empty user") << scheme(pass, 1, "") << tok << "default";
+        // Only the part before a NUL is the password.
+        QTest::newRow("pass cut at NUL") << scheme(pass + QByteArray("\0tail", 5)) << tok << "own";
+        // The InfoDB is asked once per thread and token: a row gone since is not read again.
+        QTest::newRow("asked once") << usable << Probe([this] {
+            return QStringList{served("tok"), m_info->exec("DELETE FROM `schemas`") ? "" : "?", served("tok")}.join(", ");
+        }) << "own, , own";
+        // A customer added meanwhile is seen at once only when unknown tokens are not remembered.
+        for (const int seconds : {0, 60}) {
+            QTest::addRow("unknown token remembered %ds", seconds) << "" << Probe([this, seconds, usable] {
+                ConnectionSettings settings;
+                settings.unknownTokenCache = seconds;
+                m_manager->setConnectionSettings(settings);
+                return QStringList{served("tok"), insert(usable) ? "" : "?", served("tok")}.join(", ");
+            }) << (seconds ? "default, , default" : "default, , own");
+        }
+        // Active rows only, by token; for maintenance NULL first by sid, then the oldest stamp,
+        // recent rows left out.
+        QTest::newRow("token lists")
+            << "('old', 'db_old', 'u', '', 1, UNIX_TIMESTAMP() - 5000, 200), ('never2', 'db_one', 'u', '', 1, NULL, NULL), "
+               "('older', 'n', 'u', '', 1, UNIX_TIMESTAMP() - 9000, 100), ('recent', 'n', 'u', '', 1, UNIX_TIMESTAMP() - 100, 100), "
+               "('never5', 'n', 'u', '', 1, NULL, 300), ('inactive', 'db_two', 'u', '', 0, NULL, NULL), ('status2', 'n', 'u', '', 2, NULL, NULL)"
+            << Probe([this] {
+                   return QStringList{m_manager->loadTokens(10, 0).join(','), m_manager->loadTokens(2, 1).join(','),
+                                      m_manager->loadTokens4Maintenance(10).join(','), m_manager->loadTokens4Maintenance(1).join(','),
+                                      m_manager->loadTokens4Recalculate(10).join(','), m_manager->loadTokenByName("db_one"),
+                                      m_manager->loadTokenByName("db_two"), QString::number(m_manager->tokensCount(true)),
+                                      QString::number(m_manager->tokensCount(false))}.join(" | ");
+               })
+            << "never2,never5,old,older,recent | never5,old | never2,never5,older,old | never2 | never2,older,recent,old,never5 | "
+               "never2 |  | 5 | 1";
+        // Within a second of a stamp no UPDATE runs: the cleared stamp stays cleared. An unknown
+        // token: false, then true from the throttle.
+        QTest::newRow("maintenance stamp") << usable << Probe([this] {
+            const QString stamp = "SELECT maintenance IS NULL FROM `schemas`";
+            return QStringList{QString::number(m_manager->setMaintenance("tok")), m_info->scalar(stamp).toString(),
+                               m_info->exec("UPDATE `schemas` SET maintenance = NULL") ? "" : "?",
+                               QString::number(m_manager->setMaintenance("tok")), m_info->scalar(stamp).toString(),
+                               QString::number(m_manager->setMaintenance("x")), QString::number(m_manager->setMaintenance("x"))}.join("");
+        }) << "101101";
+        QTest::newRow("queued, removed") << usable << Probe([this] { return swept("probe"); }) << "gone";
+        QTest::newRow("master") << usable << Probe([this] { return swept(m_zmtConnection); }) << "kept";
+        // Switching the list off forgets the queue; switching on again does not restore it.
+        QTest::newRow("list switched off") << usable << Probe([this] {
+            return swept("probe", [this] {
+                m_manager->setUnusedConnectionsEnabled(false);
+                m_manager->addUnusedConnection("probe");
+                m_manager->setUnusedConnectionsEnabled(true);
+            });
+        }) << "kept";
+        QTest::newRow("manager's own") << usable << Probe([this] {
+            return QStringList{served("tok"), swept(m_manager->connectionNameFor("tok")), m_manager->hasConnection("tok") ? "known" : ""}.join(", ");
+        }) << "own, gone, ";
+    }
+    void manager()
+    {
+        QFETCH(QString, schemas);
+        QFETCH(Probe, probe);
+        QFETCH(QString, expected);
+        QVERIFY(insert(schemas));
+        QCOMPARE(probe(), expected);
+    }
+    void connectionPerThread()
+    {
+        QVERIFY(insert(QString("('tok', '$DB', '$USER', '%1', 1, NULL, NULL)").arg(QString(TestServer::password().toUtf8().toBase64()))));
+        const QString name = m_manager->getDatabase("tok").connectionName();
+        QString otherName;
+        QScopedPointer<QThread> thread(QThread::create([&] {
+            otherName = served("tok") + " " + m_manager->getDatabase("tok").connectionName();
+            QSqlDatabase::removeDatabase(otherName.section(' ', 1));
+        }));
+        thread->start();
+        QVERIFY(thread->wait(30000));
+        QVERIFY(name.endsWith("_dbc_tok"));
+        QCOMPARE(otherName.section(' ', 0, 0), "own");
+        QVERIFY(otherName.section(' ', 1) != name && otherName.endsWith("_dbc_tok"));
+    }
 
 private:
     // "own" when the token gets its customer's connection, "default" when the fallback.
-    QString served(const QString &token);
-    // Queues `name` (closed unless `open`), sweeps, closes it, sweeps again: "gone" or "kept".
-    QString swept(const QString &name, bool open = false, const std::function<void()> &between = {});
-    bool insert(QString schemas);  // rows as manager_data() gives them
+    QString served(const QString &token)
+    {
+        QSqlDatabase db = m_manager->getDatabase(token);
+        if (db.connectionName() == QSqlDatabase::defaultConnection)
+            return m_manager->hasConnection(token) || m_manager->isManagedConnection(token) ? "default, yet kept" : "default";
+        // Handed out closed: its user opens a clone of its own.
+        const bool opens = !db.isOpen() && db.open() && db.databaseName() == m_customer->name();
+        db.close();
+        return opens && db.connectionName() == m_manager->connectionNameFor(token) && m_manager->isManagedConnection(token)
+            ? "own" : "wrong: " + db.connectionName();
+    }
+    // Queues `name`, sweeps, closes it, sweeps again: "gone" or "kept".
+    QString swept(const QString &name, const std::function<void()> &between = {})
+    {
+        if (!QSqlDatabase::contains(name))
+            QSqlDatabase::addDatabase("QMYSQL", name);
+        m_manager->addUnusedConnection(name);
+        if (between)
+            between();
+        m_manager->removeUnusedConnections();
+        QSqlDatabase::database(name, false).close();
+        m_manager->removeUnusedConnections();
+        return QSqlDatabase::contains(name) ? "kept" : "gone";
+    }
+    // Rows as manager_data() gives them.
+    bool insert(QString schemas)
+    {
+        schemas.replace("$DB", m_customer->name()).replace("$USER", TestServer::user());
+        return schemas.isEmpty()
+            || m_info->exec("INSERT INTO `schemas` (token, name, user, pass, status, maintenance, recalc) VALUES " + schemas);
+    }
 
     QScopedPointer<TestDatabase> m_info;
     QScopedPointer<TestDatabase> m_customer;
@@ -38,187 +185,6 @@ private:
     QString m_infoConnection;
     QString m_zmtConnection;
 };
-
-void TestDBManager::initTestCase()
-{
-    QString why;
-    QVERIFY2(TestServer::sameTimeZone(&why), qPrintable(why));
-    m_info.reset(new TestDatabase("dbm_info", WEBAPI_SOURCE_DIR "/database/schema/infodb.sql"));
-    m_customer.reset(new TestDatabase("dbm_cust"));
-    QVERIFY2(m_info->isReady() && m_customer->isReady(), qPrintable(m_info->error() + m_customer->error()));
-    m_infoConnection = "QHX.InfoDB." + m_info->name();
-    m_zmtConnection = "QHX.ZMTDB." + m_info->name();
-    QSqlDatabase info = TestServer::connect(m_infoConnection, m_info->name());
-    info.close();  // the manager's own open attempt is what isInfoDB reports
-    QSqlDatabase::cloneDatabase(info, m_zmtConnection);
-    // What an unusable token falls back to.
-    QSqlDatabase::cloneDatabase(info, QSqlDatabase::defaultConnection);
-}
-
-void TestDBManager::init()
-{
-    QVERIFY(m_info->exec("DELETE FROM `schemas`"));
-    QSqlDatabase::database(m_infoConnection, false).close();
-    m_manager.reset(new DBManager());
-    m_manager->setInfoDB(QSqlDatabase::database(m_infoConnection, false));
-    m_manager->setZmtDB(QSqlDatabase::database(m_zmtConnection, false));
-    QVERIFY(m_manager->isInfoDB());
-}
-
-void TestDBManager::cleanup()
-{
-    m_manager.reset();
-    for (const QString &name : QSqlDatabase::connectionNames()) {
-        if (name.contains("_dbc_") || name == "probe")
-            QSqlDatabase::removeDatabase(name);
-    }
-}
-
-void TestDBManager::cleanupTestCase()
-{
-    for (const QString &name : {m_infoConnection, m_zmtConnection, QString(QSqlDatabase::defaultConnection)}) {
-        QSqlDatabase::database(name, false).close();
-        QSqlDatabase::removeDatabase(name);
-    }
-}
-
-QString TestDBManager::served(const QString &token)
-{
-    QSqlDatabase db = m_manager->getDatabase(token);
-    if (db.connectionName() == QSqlDatabase::defaultConnection)
-        return m_manager->hasConnection(token) || m_manager->isManagedConnection(token) ? "default, yet kept" : "default";
-    // Handed out closed: its user opens a clone of its own.
-    const bool opens = !db.isOpen() && db.open() && db.databaseName() == m_customer->name();
-    db.close();
-    return opens && db.connectionName() == m_manager->connectionNameFor(token) && m_manager->isManagedConnection(token)
-        ? "own" : "wrong: " + db.connectionName();
-}
-
-QString TestDBManager::swept(const QString &name, bool open, const std::function<void()> &between)
-{
-    if (open)
-        TestServer::connect(name);
-    else if (!QSqlDatabase::contains(name))
-        QSqlDatabase::addDatabase("QMYSQL", name);
-    m_manager->addUnusedConnection(name);
-    if (between)
-        between();
-    m_manager->removeUnusedConnections();
-    QSqlDatabase::database(name, false).close();
-    m_manager->removeUnusedConnections();
-    return QSqlDatabase::contains(name) ? "kept" : "gone";
-}
-
-void TestDBManager::manager_data()
-{
-    QTest::addColumn<QString>("schemas");  // rows of (token, name, user, pass, status, maintenance, recalc)
-    QTest::addColumn<Probe>("probe");
-    QTest::addColumn<QString>("expected");
-    // Braced lists run their calls in order, so a probe lists its steps in one.
-    const auto scheme = [](const QByteArray &pass, int status = 1, const QString &user = "$USER") {
-        return QString("('tok', '$DB', '%1', %2, %3, NULL, NULL)").arg(user, pass.isNull() ? "NULL" : "'" + pass.toBase64() + "'").arg(status);
-    };
-    const QByteArray pass = TestServer::password().toUtf8();
-    const QString usable = scheme(pass);
-    const Probe tok = [this] { return served("tok"); };
-    QTest::newRow("usable row") << usable << tok << "own";
-    QTest::newRow("unknown token") << "" << tok << "default";
-    QTest::newRow("inactive") << scheme(pass, 0) << tok << "default";
-    QTest::newRow("NULL pass") << scheme(QByteArray()) << tok << "default";
-    QTest::newRow("pass decodes to NUL") << scheme(QByteArray("\0abc", 4)) << tok << "default";
-    QTest::newRow("pass not base64") << scheme("").replace("''", "'***'") << tok << "default";
-    QTest::newRow("empty user") << scheme(pass, 1, "") << tok << "default";
-    // Only the part before a NUL is the password.
-    QTest::newRow("pass cut at NUL") << scheme(pass + QByteArray("\0tail", 5)) << tok << "own";
-    // The InfoDB is asked once per thread and token: a row gone since is not read again.
-    QTest::newRow("asked once") << usable << Probe([this] {
-        return QStringList{served("tok"), m_info->exec("DELETE FROM `schemas`") ? "" : "?", served("tok")}.join(", ");
-    }) << "own, , own";
-    // A customer added meanwhile is seen at once only when unknown tokens are not remembered.
-    for (const int seconds : {0, 60}) {
-        QTest::addRow("unknown token remembered %ds", seconds) << "" << Probe([this, seconds, usable] {
-            ConnectionSettings settings;
-            settings.unknownTokenCache = seconds;
-            m_manager->setConnectionSettings(settings);
-            return QStringList{served("tok"), insert(usable) ? "" : "?", served("tok")}.join(", ");
-        }) << (seconds ? "default, , default" : "default, , own");
-    }
-    // Active rows only, by token; for maintenance NULL first by sid, then the oldest stamp,
-    // recent rows left out.
-    QTest::newRow("token lists")
-        << "('old', 'db_old', 'u', '', 1, UNIX_TIMESTAMP() - 5000, 200), ('never2', 'db_one', 'u', '', 1, NULL, NULL), "
-           "('older', 'n', 'u', '', 1, UNIX_TIMESTAMP() - 9000, 100), ('recent', 'n', 'u', '', 1, UNIX_TIMESTAMP() - 100, 100), "
-           "('never5', 'n', 'u', '', 1, NULL, 300), ('inactive', 'db_two', 'u', '', 0, NULL, NULL), ('status2', 'n', 'u', '', 2, NULL, NULL)"
-        << Probe([this] {
-               return QStringList{m_manager->loadTokens(10, 0).join(','), m_manager->loadTokens(2, 1).join(','),
-                                  m_manager->loadTokens4Maintenance(10).join(','), m_manager->loadTokens4Maintenance(1).join(','),
-                                  m_manager->loadTokens4Recalculate(10).join(','), m_manager->loadTokenByName("db_one"),
-                                  m_manager->loadTokenByName("db_two"), QString::number(m_manager->tokensCount(true)),
-                                  QString::number(m_manager->tokensCount(false))}.join(" | ");
-           })
-        << "never2,never5,old,older,recent | never5,old | never2,never5,older,old | never2 | never2,older,recent,old,never5 | "
-           "never2 |  | 5 | 1";
-    // Within a second of a stamp no UPDATE runs: the cleared stamp stays cleared. An unknown
-    // token: false, then true from the throttle.
-    QTest::newRow("maintenance stamp") << usable << Probe([this] {
-        const QString stamp = "SELECT maintenance IS NULL FROM `schemas`";
-        return QStringList{QString::number(m_manager->setMaintenance("tok")), m_info->scalar(stamp).toString(),
-                           m_info->exec("UPDATE `schemas` SET maintenance = NULL") ? "" : "?",
-                           QString::number(m_manager->setMaintenance("tok")), m_info->scalar(stamp).toString(),
-                           QString::number(m_manager->setMaintenance("x")), QString::number(m_manager->setMaintenance("x"))}.join("");
-    }) << "101101";
-    QTest::newRow("queued, removed") << usable << Probe([this] { return swept("probe"); }) << "gone";
-    // Refused while open, and forgotten: closing it later does not bring it back.
-    QTest::newRow("open, forgotten") << usable << Probe([this] { return swept("probe", true); }) << "kept";
-    QTest::newRow("master") << usable << Probe([this] { return swept(m_zmtConnection); }) << "kept";
-    QTest::newRow("default") << usable << Probe([this] { return swept(QSqlDatabase::defaultConnection); }) << "kept";
-    QTest::newRow("queued, then master") << usable << Probe([this] {
-        return swept("probe", false, [this] { m_manager->setZmtDB(QSqlDatabase::database("probe", false)); });
-    }) << "kept";
-    // Switching the list off forgets the queue; switching on again does not restore it.
-    QTest::newRow("list switched off") << usable << Probe([this] {
-        return swept("probe", false, [this] {
-            m_manager->setUnusedConnectionsEnabled(false);
-            m_manager->addUnusedConnection("probe");
-            m_manager->setUnusedConnectionsEnabled(true);
-        });
-    }) << "kept";
-    QTest::newRow("manager's own") << usable << Probe([this] {
-        return QStringList{served("tok"), swept(m_manager->connectionNameFor("tok")), m_manager->hasConnection("tok") ? "known" : ""}.join(", ");
-    }) << "own, gone, ";
-}
-
-bool TestDBManager::insert(QString schemas)
-{
-    schemas.replace("$DB", m_customer->name()).replace("$USER", TestServer::user());
-    return schemas.isEmpty()
-        || m_info->exec("INSERT INTO `schemas` (token, name, user, pass, status, maintenance, recalc) VALUES " + schemas);
-}
-
-void TestDBManager::manager()
-{
-    QFETCH(QString, schemas);
-    QFETCH(Probe, probe);
-    QFETCH(QString, expected);
-    QVERIFY(insert(schemas));
-    QCOMPARE(probe(), expected);
-}
-
-void TestDBManager::connectionPerThread()
-{
-    QVERIFY(insert(QString("('tok', '$DB', '$USER', '%1', 1, NULL, NULL)").arg(QString(TestServer::password().toUtf8().toBase64()))));
-    const QString name = m_manager->getDatabase("tok").connectionName();
-    QString otherName;
-    QScopedPointer<QThread> thread(QThread::create([&] {
-        otherName = served("tok") + " " + m_manager->getDatabase("tok").connectionName();
-        QSqlDatabase::removeDatabase(otherName.section(' ', 1));
-    }));
-    thread->start();
-    QVERIFY(thread->wait(30000));
-    QVERIFY(name.endsWith("_dbc_tok"));
-    QCOMPARE(otherName.section(' ', 0, 0), "own");
-    QVERIFY(otherName.section(' ', 1) != name && otherName.endsWith("_dbc_tok"));
-}
 
 QTEST_GUILESS_MAIN(TestDBManager)
 #include "tst_dbmanager.moc"
