@@ -44,9 +44,7 @@ private slots:
         QVERIFY(commandLines.count('\n') > 5);
         // Logged in with the password the InfoDB holds for it.
         const QString pass = m_fx->info().scalar(QString("SELECT pass FROM `schemas` WHERE name = '%1'").arg(m_a)).toString();
-        QSqlDatabase own = QSqlDatabase::addDatabase("QMYSQL", "own");
-        own.setHostName(TestServer::host());
-        own.setPort(TestServer::port());
+        QSqlDatabase own = QSqlDatabase::cloneDatabase(m_fx->info().db(), "own");
         own.setUserName(m_a + "_user");
         own.setPassword(QString::fromUtf8(QByteArray::fromBase64(pass.toLatin1())));
         own.setDatabaseName(m_a);

@@ -115,11 +115,6 @@ TestDatabase::~TestDatabase()
     QSqlDatabase::removeDatabase(m_connection);
 }
 
-QSqlDatabase TestDatabase::db() const
-{
-    return QSqlDatabase::database(m_connection, false);
-}
-
 bool TestDatabase::exec(const QString &sql)
 {
     QSqlQuery query(db());

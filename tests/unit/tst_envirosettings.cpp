@@ -25,11 +25,9 @@ private slots:
         QTest::newRow("environment beats default") << "" << "onlyenv" << QVariant(7) << "env-value";
         QTest::newRow("empty variable counts as set") << "" << "empty" << QVariant(7) << "";
         QTest::newRow("integer default comes back as text") << "" << "missing" << QVariant(5) << "5";
-        QTest::newRow("invalid default gives empty text") << "" << "missing" << QVariant() << "";
         // The group joins the prefix in the variable's name: TSTENV_DB_PORT.
         QTest::newRow("group in the environment key") << "db" << "port" << QVariant(3306) << "3307";
         QTest::newRow("stored key inside the group") << "db" << "host" << QVariant("x") << "stored-host";
-        QTest::newRow("outside the group") << "" << "port" << QVariant(1) << "1";
     }
     void lookupOrder()
     {
