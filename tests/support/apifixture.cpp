@@ -77,12 +77,6 @@ QByteArray ApiFixture::call(const QString &method, const QString &path, const QS
     return m_worker->buildResponse(method, QUrl(QStringLiteral("http://localhost") + path), headers, body);
 }
 
-HttpReply ApiFixture::request(const QString &method, const QString &path, const QStringList &headers,
-                              const QByteArray &body)
-{
-    return HttpReply::parse(call(method, path, headers, body));
-}
-
 QString ApiFixture::addTerminal(uint vorixID, const QString &name)
 {
     if (!m_customer->exec(QStringLiteral("INSERT INTO term (vorixID, type, status, name) VALUES (%1, 'API', 1, '%2')")
