@@ -1,5 +1,5 @@
-// The hosts' accessor of the vars table, on a customer database of the private server. Names
-// and prefixes are values, never SQL: a quote or a LIKE wildcard in them matches only itself.
+// The hosts' accessor of the vars table, on a customer database of the private server. (That
+// names and prefixes are bound, wildcards and quotes included, tst_injection shows.)
 #include "support/testserver.h"
 
 #include "database/zmtdbsettings.h"
@@ -22,7 +22,7 @@ private slots:
     {
         QVERIFY(m_customer->exec("DELETE FROM vars"));
         QVERIFY(m_customer->exec("INSERT INTO vars (name, value) VALUES ('grp.red', '1'), ('grp.green', '2'), ('group', 'x'), "
-                                 "('empty', NULL), ('a_b', '3'), ('axb', '4')"));
+                                 "('empty', NULL)"));
     }
     void deleteByNameAndPrefix_data()
     {
@@ -30,13 +30,9 @@ private slots:
         QTest::addColumn<bool>("prefix");
         QTest::addColumn<bool>("deleted");
         QTest::addColumn<QString>("left");
-        QTest::newRow("by name") << "group" << false << true << "a_b=3,axb=4,empty=-,grp.green=2,grp.red=1";
-        QTest::newRow("name is no prefix") << "grp" << false << false << m_all;
-        QTest::newRow("by prefix") << "grp." << true << true << "a_b=3,axb=4,empty=-,group=x";
-        QTest::newRow("wildcard in a prefix") << "a_" << true << true << "axb=4,empty=-,group=x,grp.green=2,grp.red=1";
-        QTest::newRow("percent as prefix") << "%" << true << false << m_all;
-        QTest::newRow("quote in a name") << "x' OR '1'='1" << false << false << m_all;
-        QTest::newRow("quote in a prefix") << "x' OR '1'='1" << true << false << m_all;
+        QTest::newRow("by name") << "group" << false << true << "empty=-,grp.green=2,grp.red=1";
+        QTest::newRow("name is no prefix") << "grp" << false << false << "empty=-,group=x,grp.green=2,grp.red=1";
+        QTest::newRow("by prefix") << "grp." << true << true << "empty=-,group=x";
     }
     void deleteByNameAndPrefix()
     {
@@ -53,12 +49,11 @@ private slots:
         QCOMPARE(m_settings.variableGet("grp", "default").toString(), "default");
         // A value stored as NULL is a value, not a missing row.
         QVERIFY(m_settings.variableGet("empty", "default").isNull());
-        const QMap<QString, QVariant> byNames = m_settings.variableGetMultiple(QStringList{"grp.red", "missing", "empty", "'"});
+        const QMap<QString, QVariant> byNames = m_settings.variableGetMultiple(QStringList{"grp.red", "missing", "empty"});
         QCOMPARE(byNames.keys(), (QStringList{"empty", "grp.red"}));
         QVERIFY(byNames.value("empty").isNull());
         QCOMPARE(m_settings.variableGetMultiple(QString("gr")).keys(), (QStringList{"group", "grp.green", "grp.red"}));
-        QCOMPARE(m_settings.variableGetMultiple(QString("a_")).keys(), QStringList{"a_b"});
-        QCOMPARE(m_settings.variableGetMultiple(QString()).size(), 6);
+        QCOMPARE(m_settings.variableGetMultiple(QString()).size(), 4);
         // No statement runs for an empty list, so even a handle without a server answers quietly.
         QVERIFY(ZmtDbSettings().variableGetMultiple(QStringList()).isEmpty());
     }
@@ -69,7 +64,7 @@ private slots:
         // A name longer than the column is refused in strict mode; it sorts between the others.
         QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^variableSet ERROR: "));
         QVERIFY(!m_settings.variableSet({{"a.first", "A"}, {"m" + QString(300, 'x'), "lost"}, {"z.last", 42}}));
-        QCOMPARE(stored(), "a.first=A,a_b=3,axb=4,empty=-,group=x,grp.green=2,grp.red=9,z.last=42");
+        QCOMPARE(stored(), "a.first=A,empty=-,group=x,grp.green=2,grp.red=9,z.last=42");
     }
 
 private:
@@ -80,7 +75,6 @@ private:
 
     QScopedPointer<TestDatabase> m_customer;
     ZmtDbSettings m_settings;
-    const QString m_all = "a_b=3,axb=4,empty=-,group=x,grp.green=2,grp.red=1";
 };
 
 QTEST_GUILESS_MAIN(TestZmtDbSettings)
