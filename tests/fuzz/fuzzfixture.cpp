@@ -12,16 +12,6 @@
 
 namespace {
 
-// Qt's SQL drivers load as plug-ins, which wants an application object.
-void ensureApplication()
-{
-    static int argc = 1;
-    static char name[] = "fuzz";
-    static char *argv[] = {name, nullptr};
-    static QCoreApplication *app = QCoreApplication::instance() ? nullptr : new QCoreApplication(argc, argv);
-    Q_UNUSED(app)
-}
-
 ApiFixture *g_api = nullptr;
 
 } // namespace
@@ -34,18 +24,22 @@ FuzzFixture &FuzzFixture::instance()
 
 FuzzFixture::FuzzFixture()
 {
-    ensureApplication();
+    // Qt's SQL drivers load as plug-ins, which wants an application object.
+    static int argc = 1;
+    static char name[] = "fuzz";
+    static char *argv[] = {name, nullptr};
+    if (!QCoreApplication::instance())
+        new QCoreApplication(argc, argv);
     g_api = new ApiFixture(QStringLiteral("fuzz"));
-    m_api = g_api;
-    if (!m_api->setUp()) {
-        std::fprintf(stderr, "fuzz: no database (%s); start it with scripts/mariadb start\n", qPrintable(m_api->error()));
+    if (!g_api->setUp()) {
+        std::fprintf(stderr, "fuzz: no database (%s); start it with scripts/mariadb start\n", qPrintable(g_api->error()));
         std::abort();
     }
     // libFuzzer ends with exit(): the scratch databases are dropped then. Registered after
     // Qt's SQL globals exist, so it runs before they are destroyed.
     std::atexit(release);
-    m_tid = m_api->addTerminal(1001);
-    m_person = addPerson(*m_api);
+    m_placeholders = {{"$TOKEN", g_api->token().toUtf8()}, {"$KEY", ApiFixture::kKey.toUtf8()},
+                      {"$TID", g_api->addTerminal(1001).toUtf8()}, {"$UID", addPerson(*g_api).toUtf8()}};
 }
 
 void FuzzFixture::release()
@@ -57,10 +51,9 @@ void FuzzFixture::release()
 QByteArray FuzzFixture::substitute(QByteArray raw) const
 {
     // Bytes, not text: a body that is not UTF-8 must reach the worker as it is.
-    return raw.replace("$TOKEN", m_api->token().toUtf8())
-        .replace("$KEY", ApiFixture::kKey.toUtf8())
-        .replace("$TID", m_tid.toUtf8())
-        .replace("$UID", m_person.toUtf8());
+    for (const auto &placeholder : m_placeholders)
+        raw.replace(placeholder.first, placeholder.second);
+    return raw;
 }
 
 QByteArray FuzzFixture::call(const QByteArray &method, const QByteArray &target, const QList<QByteArray> &headers,
@@ -70,5 +63,9 @@ QByteArray FuzzFixture::call(const QByteArray &method, const QByteArray &target,
     for (const QByteArray &line : headers)
         lines.append(QString::fromUtf8(substitute(line)));
     const QUrl url = QUrl::fromEncoded("http://127.0.0.1:8080" + substitute(target));
-    return m_api->worker()->buildResponse(QString::fromUtf8(method), url, lines, substitute(body));
+    const QByteArray response = g_api->worker()->buildResponse(QString::fromUtf8(method), url, lines, substitute(body));
+    // Whatever came in, one whole HTTP response goes out.
+    if (!HttpReply::parse(response).valid)
+        std::abort();
+    return response;
 }

@@ -3,9 +3,7 @@
 
 #include <QByteArray>
 #include <QList>
-#include <QString>
-
-class ApiFixture;
+#include <QPair>
 
 // The one customer every database-backed fuzz target talks to: an ApiFixture against the
 // private MariaDB with a terminal, a person and an entrance type, made on first use and
@@ -21,19 +19,17 @@ public:
     // object ends before exit() (an ordinary test), as the drop needs Qt's SQL plug-in.
     static void release();
 
-    ApiFixture &api() { return *m_api; }
-    QByteArray substitute(QByteArray raw) const;
     // A request through buildResponse as the host makes it (the URL from the raw target),
-    // with the placeholders replaced; returns the response text.
+    // with the placeholders replaced; returns the response text, and aborts when it is not
+    // one whole HTTP response.
     QByteArray call(const QByteArray &method, const QByteArray &target, const QList<QByteArray> &headers,
                     const QByteArray &body);
 
 private:
     FuzzFixture();
+    QByteArray substitute(QByteArray raw) const;
 
-    ApiFixture *m_api = nullptr;  // deleted at exit
-    QString m_tid;
-    QString m_person;
+    QList<QPair<QByteArray, QByteArray>> m_placeholders;
 };
 
 #endif

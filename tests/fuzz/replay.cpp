@@ -3,11 +3,7 @@
 // on a wrong answer; Qt Test then names the file that did it.
 #include "fuzzfixture.h"
 
-#include <QDir>
-#include <QFile>
 #include <QtTest>
-
-#include <cstdint>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
@@ -20,13 +16,11 @@ private slots:
     void replay_data()
     {
         QTest::addColumn<QString>("path");
-        const QDir corpus(QStringLiteral(FUZZ_CORPUS));
-        const QStringList files = corpus.entryList(QDir::Files, QDir::Name);
-        QVERIFY2(!files.isEmpty(), FUZZ_CORPUS " holds no inputs");
-        for (const QString &file : files)
+        const QDir corpus(FUZZ_CORPUS);
+        QVERIFY2(!corpus.isEmpty(), FUZZ_CORPUS " holds no inputs");
+        for (const QString &file : corpus.entryList(QDir::Files, QDir::Name))
             QTest::newRow(qPrintable(file)) << corpus.filePath(file);
     }
-
     void replay()
     {
         QFETCH(QString, path);

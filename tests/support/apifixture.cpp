@@ -5,7 +5,6 @@
 #include "terminal/identifiers.h"
 #include "worker/webapiworker.h"
 
-#include <QSqlQuery>
 #include <QUrl>
 
 const QString ApiFixture::kKey = QStringLiteral("test-terminal-key-0123456789");
@@ -20,10 +19,8 @@ ApiFixture::~ApiFixture()
     m_worker.reset();
     m_manager.reset();
     for (const QString &name : {m_infoConnection, m_zmtConnection}) {
-        if (!name.isEmpty()) {
-            QSqlDatabase::database(name, false).close();
-            QSqlDatabase::removeDatabase(name);
-        }
+        QSqlDatabase::database(name, false).close();
+        QSqlDatabase::removeDatabase(name);
     }
 }
 
@@ -31,41 +28,33 @@ bool ApiFixture::setUp()
 {
     if (!TestServer::sameTimeZone(&m_error))
         return false;
-    m_info.reset(new TestDatabase(m_suite + QStringLiteral("_info"),
-                                  QStringLiteral(WEBAPI_SOURCE_DIR "/database/schema/infodb.sql")));
-    m_customer.reset(new TestDatabase(m_suite, QStringLiteral(WEBAPI_SOURCE_DIR "/database/schema/customer.sql")));
-    if (!m_info->isReady() || !m_customer->isReady()) {
-        m_error = m_info->error() + m_customer->error();
-        return false;
-    }
+    const QString schema = QStringLiteral(WEBAPI_SOURCE_DIR "/database/schema/");
+    m_info.reset(new TestDatabase(m_suite + QStringLiteral("_info"), schema + QStringLiteral("infodb.sql")));
+    m_customer.reset(new TestDatabase(m_suite, schema + QStringLiteral("customer.sql")));
     // The Pragma value must hold the word "token".
     m_token = QStringLiteral("token-") + m_customer->name();
-    const QByteArray pass = TestServer::password().toUtf8().toBase64();
-    if (!m_info->exec(QStringLiteral("INSERT INTO `schemas` (token, name, user, pass, status) VALUES ('%1', '%2', '%3', '%4', 1)")
-                          .arg(m_token, m_customer->name(), TestServer::user(), QString::fromLatin1(pass)))
-        || !m_customer->exec(QStringLiteral("INSERT INTO vars (name, value) VALUES ('webapi.enabled', '1'), "
-                                            "('webapi.key.terminals', '%1'), ('webapi.devices', '*')")
-                                 .arg(Licence::keyDigest(kKey)))) {
+    const bool ready = m_info->isReady() && m_customer->isReady()
+        && m_info->exec(QStringLiteral("INSERT INTO `schemas` (token, name, user, pass, status) VALUES ('%1', '%2', '%3', '%4', 1)")
+                            .arg(m_token, m_customer->name(), TestServer::user(),
+                                 QString::fromLatin1(TestServer::password().toUtf8().toBase64())))
+        && m_customer->exec(QStringLiteral("INSERT INTO vars (name, value) VALUES ('webapi.enabled', '1'), "
+                                           "('webapi.key.terminals', '%1'), ('webapi.devices', '*')")
+                                .arg(Licence::keyDigest(kKey)));
+    if (!ready) {
         m_error = m_info->error() + m_customer->error();
         return false;
     }
-
     m_infoConnection = QStringLiteral("QHX.InfoDB.") + m_info->name();
     m_zmtConnection = QStringLiteral("QHX.ZMTDB.") + m_info->name();
     QSqlDatabase infoDb = TestServer::connect(m_infoConnection, m_info->name());
     infoDb.close();  // the manager's own open attempt is what isInfoDB reports
-    QSqlDatabase zmtDb = QSqlDatabase::cloneDatabase(infoDb, m_zmtConnection);
-
     m_manager.reset(new DBManager());
     m_manager->setInfoDB(infoDb);
-    m_manager->setZmtDB(zmtDb);
-    if (!m_manager->isInfoDB()) {
-        m_error = QStringLiteral("InfoDB does not open");
-        return false;
-    }
+    m_manager->setZmtDB(QSqlDatabase::cloneDatabase(infoDb, m_zmtConnection));
     m_worker.reset(new WebApiWorker(QStringLiteral("2.4.1")));
     m_worker->setDbManager(m_manager.data());
-    return true;
+    m_error = m_manager->isInfoDB() ? QString() : QStringLiteral("InfoDB does not open");
+    return m_error.isEmpty();
 }
 
 QStringList ApiFixture::terminalHeaders(const QString &tid) const
@@ -89,18 +78,10 @@ QByteArray ApiFixture::call(const QString &method, const QString &path, const QS
     return m_worker->buildResponse(method, QUrl(QStringLiteral("http://localhost") + path), headers, body);
 }
 
-HttpReply ApiFixture::request(const QString &method, const QString &path, const QStringList &headers,
-                              const QByteArray &body)
-{
-    return HttpReply::parse(call(method, path, headers, body));
-}
-
 QString ApiFixture::addTerminal(uint vorixID, const QString &name)
 {
     if (!m_customer->exec(QStringLiteral("INSERT INTO term (vorixID, type, status, name) VALUES (%1, 'API', 1, '%2')")
-                              .arg(vorixID)
-                              .arg(name)))
+                              .arg(vorixID).arg(name)))
         return QString();
-    const uint tid = m_customer->scalar(QStringLiteral("SELECT LAST_INSERT_ID()")).toUInt();
-    return encodeId(tid, vorixID);
+    return encodeId(m_customer->scalar(QStringLiteral("SELECT LAST_INSERT_ID()")).toUInt(), vorixID);
 }

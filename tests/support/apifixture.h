@@ -38,10 +38,11 @@ public:
     QStringList adminHeaders(const QString &apiToken) const;
 
     // A request through buildResponse; `path` is below the host, e.g. "/webapi/info".
-    QByteArray call(const QString &method, const QString &path, const QStringList &headers,
-                    const QByteArray &body = QByteArray());
-    HttpReply request(const QString &method, const QString &path, const QStringList &headers,
-                      const QByteArray &body = QByteArray());
+    QByteArray call(const QString &method, const QString &path, const QStringList &headers, const QByteArray &body = {});
+    HttpReply request(const QString &method, const QString &path, const QStringList &headers, const QByteArray &body = {})
+    {
+        return HttpReply::parse(call(method, path, headers, body));
+    }
 
     // Registers a terminal row directly and returns its composite identifier.
     QString addTerminal(uint vorixID, const QString &name = QStringLiteral("Door"));

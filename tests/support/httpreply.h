@@ -3,6 +3,7 @@
 
 #include <QByteArray>
 #include <QJsonDocument>
+#include <QJsonValue>
 #include <QList>
 #include <QPair>
 
@@ -11,15 +12,15 @@ struct HttpReply
 {
     bool valid = false;
     int status = 0;
-    QByteArray reason;
     QList<QPair<QByteArray, QByteArray>> headers;  // in the order written
     QByteArray body;
 
     static HttpReply parse(const QByteArray &raw);
     QByteArray header(const QByteArray &name) const;  // name matched ignoring case
     QJsonDocument json() const { return QJsonDocument::fromJson(body); }
-    int errorCode() const;  // "code" of an error body, 0 when there is none
-    QString message() const;
+    // "code" and "message" of an error body: 0 and empty when there is none.
+    int errorCode() const { return json()[QLatin1String("code")].toInt(); }
+    QString message() const { return json()[QLatin1String("message")].toString(); }
 };
 
 // The response text with the X-WEBAPI-TMS value replaced by "<TMS>", for whole-response

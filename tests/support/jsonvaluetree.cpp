@@ -5,64 +5,56 @@
 #include <QDateTime>
 #include <QJsonDocument>
 
+#include <cstring>
 #include <limits>
 
 namespace {
 
 // Numbers where formatting has edges: shortest digits, exponent form, subnormals, the
 // 2^53 and 2^63 limits of exact doubles and of qint64.
-const double kSpecialDoubles[] = {
+const double kDoubles[] = {
     0.1, 1e21, 1e20, -0.0, 5e-324, 1.7976931348623157e308, 2.2250738585072014e-308, 1e15, 1e16, 1e-5, 1e-7,
     123456789.125, 0.30000000000000004, 9007199254740992.0, 9007199254740993.0, 9223372036854775807.0,
     -9223372036854775808.0, 18446744073709551616.0, std::numeric_limits<double>::quiet_NaN(),
     std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity(), 999999999999999.0,
 };
-
-const qint64 kSpecialIntegers[] = {
+const qint64 kIntegers[] = {
     (Q_INT64_C(1) << 53) - 1, Q_INT64_C(1) << 53, (Q_INT64_C(1) << 53) + 1, -(Q_INT64_C(1) << 53) - 1,
     std::numeric_limits<qint64>::max(), std::numeric_limits<qint64>::min(), std::numeric_limits<qint64>::max() - 511,
     std::numeric_limits<int>::min(), std::numeric_limits<uint>::max(), 0, -1,
 };
 
-class Reader
+struct Reader
 {
-public:
-    explicit Reader(const QByteArray &bytes)
-        : m_bytes(bytes)
-    {
-    }
+    const QByteArray bytes;
+    int pos = 0;
 
-    quint8 byte() { return m_pos < m_bytes.size() ? quint8(m_bytes.at(m_pos++)) : 0; }
-
+    quint8 byte() { return pos < bytes.size() ? quint8(bytes.at(pos++)) : 0; }
     quint64 bits(int count)
     {
         quint64 value = 0;
-        for (int i = 0; i < count; ++i)
+        while (count-- > 0)
             value = (value << 8) | byte();
         return value;
     }
-
     QByteArray chunk(int size)
     {
-        const QByteArray part = m_bytes.mid(m_pos, size);
-        m_pos += part.size();
+        const QByteArray part = bytes.mid(pos, size);
+        pos += part.size();
         return part;
     }
-
-    QString utf16(int units)
-    {
-        QString text;
-        for (int i = 0; i < units && m_pos < m_bytes.size(); ++i)
-            text.append(QChar(ushort(bits(2))));
-        return text;
-    }
+    double special() { return kDoubles[byte() % (sizeof kDoubles / sizeof *kDoubles)]; }
 
     QString anyString()
     {
         const quint8 head = byte();
         const int size = head & 0x3f;
+        QString text;
         switch (head >> 6) {
-        case 0: return utf16(size);
+        case 0:
+            for (int i = 0; i < size && pos < bytes.size(); ++i)
+                text.append(QChar(ushort(bits(2))));
+            return text;
         case 1: return QString::fromUtf8(chunk(size));
         case 2: return QString::fromLatin1(chunk(size));
         default: return head & 1 ? QString() : QString(QLatin1String(""));
@@ -72,64 +64,54 @@ public:
     QVariant value(int depth)
     {
         const quint8 kind = byte() % 20;
+        const int size = kind >= 15 && kind <= 17 && depth < 8 ? byte() % 6 : 0;
+        QVariantList list;
+        QVariantMap map;
+        double d;
         switch (kind) {
         case 0: return QVariant();
         case 1: return QVariant(bool(byte() & 1));
         case 2: {
             const quint64 raw = bits(8);
-            double d;
-            memcpy(&d, &raw, sizeof d);
+            std::memcpy(&d, &raw, sizeof d);
             return d;
         }
         case 3: return qint64(bits(8));
         case 4: return int(bits(4));
         case 5: return uint(bits(4));
         case 6: return quint64(bits(8));
-        case 7: return kSpecialDoubles[byte() % (sizeof kSpecialDoubles / sizeof *kSpecialDoubles)];
-        case 8: return kSpecialIntegers[byte() % (sizeof kSpecialIntegers / sizeof *kSpecialIntegers)];
-        case 9: return QVariant(float(kSpecialDoubles[byte() % (sizeof kSpecialDoubles / sizeof *kSpecialDoubles)]));
+        case 7: return special();
+        case 8: return kIntegers[byte() % (sizeof kIntegers / sizeof *kIntegers)];
+        case 9: return QVariant(float(special()));
         case 10: return chunk(byte() % 16);
         case 11: return QDate::fromJulianDay(qint64(bits(3)));
         case 12: return QDateTime::fromSecsSinceEpoch(qint64(bits(4)));
         case 13: return QTime::fromMSecsSinceStartOfDay(int(bits(4) % 86400000));
         case 14: return QVariant::fromValue(nullptr);
         case 15:
-        case 16: {
-            QVariantList list;
-            const int size = depth < 8 ? byte() % 6 : 0;
+        case 16:
             for (int i = 0; i < size; ++i)
                 list.append(value(depth + 1));
             return list;
-        }
-        case 17: {
-            QVariantMap map;
-            const int size = depth < 8 ? byte() % 6 : 0;
+        case 17:
             for (int i = 0; i < size; ++i) {
                 const QString key = anyString();
                 map.insert(key, value(depth + 1));
             }
             return map;
-        }
         default: return anyString();
         }
     }
-
-private:
-    QByteArray m_bytes;
-    int m_pos = 0;
 };
 
 } // namespace
 
 QVariant decodeValueTree(const QByteArray &bytes)
 {
-    Reader reader(bytes);
-    const QVariant tree = reader.value(0);
+    const QVariant tree = Reader{bytes}.value(0);
     // A document is an object or an array; anything else goes into one.
     const int type = tree.userType();
-    if (type == QMetaType::QVariantMap || type == QMetaType::QVariantList)
-        return tree;
-    return QVariantList{tree};
+    return type == QMetaType::QVariantMap || type == QMetaType::QVariantList ? tree : QVariant(QVariantList{tree});
 }
 
 QByteArray writtenByJsonWriter(const QVariant &body, bool indented)

@@ -2,57 +2,36 @@
 
 namespace {
 
-LogCapture *g_current = nullptr;
+QList<QPair<QtMsgType, QString>> *g_entries = nullptr;
+QtMessageHandler g_previous = nullptr;
+
+void record(QtMsgType type, const QMessageLogContext &context, const QString &message)
+{
+    g_entries->append({type, message});
+    if (g_previous)
+        g_previous(type, context, message);
+}
 
 } // namespace
 
 LogCapture::LogCapture()
 {
-    g_current = this;
-    m_previous = qInstallMessageHandler(&LogCapture::handler);
+    g_entries = &m_entries;
+    m_previous = g_previous = qInstallMessageHandler(record);
 }
 
 LogCapture::~LogCapture()
 {
     qInstallMessageHandler(m_previous);
-    g_current = nullptr;
-}
-
-void LogCapture::handler(QtMsgType type, const QMessageLogContext &context, const QString &message)
-{
-    if (!g_current)
-        return;
-    g_current->m_entries.append({type, message});
-    if (g_current->m_previous)
-        g_current->m_previous(type, context, message);
-}
-
-QList<QPair<QtMsgType, QString>> LogCapture::entries() const
-{
-    return m_entries;
-}
-
-QStringList LogCapture::lines(QtMsgType type) const
-{
-    QStringList result;
-    for (const auto &entry : m_entries) {
-        if (entry.first == type)
-            result.append(entry.second);
-    }
-    return result;
+    g_entries = nullptr;
 }
 
 QStringList LogCapture::linesStartingWith(QtMsgType type, const QString &prefix) const
 {
     QStringList result;
-    for (const QString &line : lines(type)) {
-        if (line.startsWith(prefix))
-            result.append(line);
+    for (const auto &entry : m_entries) {
+        if (entry.first == type && entry.second.startsWith(prefix))
+            result.append(entry.second);
     }
     return result;
-}
-
-void LogCapture::clear()
-{
-    m_entries.clear();
 }

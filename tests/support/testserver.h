@@ -2,7 +2,6 @@
 #define TESTSERVER_H
 
 #include <QSqlDatabase>
-#include <QString>
 #include <QVariant>
 
 // The private MariaDB server that scripts/mariadb starts, as tests reach it. The same
@@ -41,7 +40,8 @@ public:
     bool isReady() const { return m_ready; }
     QString error() const { return m_error; }
     QString name() const { return m_name; }
-    QSqlDatabase db() const;  // the suite's own connection, for fixture rows and checks
+    // The suite's own connection, for fixture rows and checks.
+    QSqlDatabase db() const { return QSqlDatabase::database(m_connection, false); }
 
     // Runs one statement; false (with the driver's text in error()) on failure.
     bool exec(const QString &sql);
