@@ -110,16 +110,12 @@ private slots:
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<QString>("reason");
         const QString fresh = TestServer::uniqueName("addc_c");
-        const QString readable = m_dir.filePath("readable-secrets");
-        QFile file(readable);
-        QVERIFY(file.open(QIODevice::WriteOnly) && file.write("key=0123456789abcdef0123\n") > 0);
-        file.close();
-        QVERIFY(file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther));
         QTest::newRow("existing database") << QStringList{m_a} << "exists already";
         QTest::newRow("token in use") << QStringList{"--token", "token-" + m_a, fresh} << "has a customer";
         QTest::newRow("name with quote") << QStringList{"x'y"} << "NAME";
         QTest::newRow("key on the command line") << QStringList{"--key", "0123456789abcdef0123", fresh} << "never on a command line";
-        QTest::newRow("secrets others can read") << QStringList{"--secrets", readable, fresh} << "chmod 600";
+        // A file that everybody may read.
+        QTest::newRow("secrets others can read") << QStringList{"--secrets", "/etc/passwd", fresh} << "chmod 600";
     }
     void refusals()
     {
