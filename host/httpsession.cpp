@@ -211,7 +211,8 @@ void HttpSession<Stream>::dispatchToPlugin(const Request &request, const QString
         QByteArray response = worker->buildResponse(method, url, lines, body);
         net::post(self->m_stream.get_executor(), [self, response = std::move(response), keepAlive, token]() mutable {
             self->stopWaiting();
-            self->m_server.throttle().recordResponse(self->m_client, token.toStdString(), readPluginAnswer(response));
+            self->m_read = readPluginAnswer(response);
+            self->m_server.throttle().recordResponse(self->m_client, token.toStdString(), *self->m_read);
             self->answer(std::move(response), keepAlive);
         });
     });
@@ -341,10 +342,11 @@ void HttpSession<Stream>::closeSocket()
 }
 
 template <class Stream>
-void HttpSession<Stream>::logAccess(std::size_t bytes) const
+void HttpSession<Stream>::logAccess(std::size_t bytes)
 {
     const double seconds = m_clock.isValid() ? double(m_clock.nsecsElapsed()) / 1e9 : 0.0;
-    const PluginAnswer read = readPluginAnswer(m_out);
+    // The plug-in's answer was read already; the host's own are short.
+    const PluginAnswer read = m_read ? *std::exchange(m_read, std::nullopt) : readPluginAnswer(m_out);
     AccessLog::write({m_client, m_method, m_path, m_requestId.empty() ? AccessLog::newRequestId() : m_requestId,
                       read.status, bytes, seconds});
     m_server.metrics().record(m_method, m_path, read, seconds);

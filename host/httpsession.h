@@ -1,6 +1,7 @@
 #ifndef HTTPSESSION_H
 #define HTTPSESSION_H
 
+#include "pluginanswer.h"
 #include "requestdecision.h"
 #include "session.h"
 
@@ -17,6 +18,7 @@
 #include <atomic>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <string>
 
 class HttpServer;
@@ -73,7 +75,7 @@ private:
     void drainAndClose();
     void onDrain(boost::beast::error_code ec, std::size_t bytes);
     void closeSocket();
-    void logAccess(std::size_t bytes) const;
+    void logAccess(std::size_t bytes);
     boost::beast::tcp_stream &tcp() { return boost::beast::get_lowest_layer(m_stream); }
     static std::string clientAddress(const boost::asio::ip::tcp::socket &socket);
 
@@ -95,6 +97,7 @@ private:
     std::string m_path;
     std::string m_requestId;  // the client's, echoed in the answer; empty: none came
     QByteArray m_out;
+    std::optional<PluginAnswer> m_read;  // of the plug-in's answer in m_out
     QElapsedTimer m_clock;
 };
 

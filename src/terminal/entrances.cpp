@@ -56,11 +56,9 @@ bool dbCheckEntrance(const TerminalRequestContext &ctx, uint id, uint refId)
 {
     if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbCheckEntrance(%u, %u)", id, refId);
-    uint count = 0;
-    return queryCount(ctx,
-                      QStringLiteral("SELECT COUNT(*) FROM inters_data WHERE id = %1 AND refId = %2").arg(id).arg(refId),
-                      "WebApiWorker::dbCheckEntrance() SQl ERROR:", count)
-        && count != 0;
+    return rowExists(ctx,
+                     QStringLiteral("SELECT COUNT(*) FROM inters_data WHERE id = %1 AND refId = %2").arg(id).arg(refId),
+                     "WebApiWorker::dbCheckEntrance() SQl ERROR:");
 }
 
 bool dbDeleteEntrance(const TerminalRequestContext &ctx, uint tid, uint id)

@@ -1,7 +1,5 @@
 #include "terminal/identifiers.h"
 
-#include "plugin/httppluginworker.h"
-
 #include <QDateTime>
 
 #include <array>
@@ -110,7 +108,11 @@ bool decodeId(const QString &text, uint &first, uint &second)
     second = 0;
     if (text.isEmpty())
         return false;
-    const QByteArray decoded = HttpPluginWorker::decodeWebBase64(text.toLocal8Bit());
+    // Terminals send the web form, '-', '_' and '@' for '+', '/' and '='; the pads are skipped
+    // as any character outside the alphabet.
+    QString standard = text;
+    standard.replace(QLatin1Char('-'), QLatin1Char('+')).replace(QLatin1Char('_'), QLatin1Char('/'));
+    const QByteArray decoded = decodeBase64(standard);
     const QString plain = QString::fromLatin1(decoded.constData());  // up to the first NUL
     if (plain.isEmpty() || !plain.contains(QLatin1Char('.')))
         return false;

@@ -82,11 +82,9 @@ bool dbCheckPerson(const TerminalRequestContext &ctx, uint uid, uint pid)
 {
     if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbCheckPerson(%u, %u)", uid, pid);
-    uint count = 0;
-    return queryCount(ctx,
-                      QStringLiteral("SELECT COUNT(*) FROM people WHERE uid = %1 AND pid = %2 AND status = 1").arg(uid).arg(pid),
-                      "WebApiWorker::dbCheckPerson() SQl ERROR:", count)
-        && count != 0;
+    return rowExists(ctx,
+                     QStringLiteral("SELECT COUNT(*) FROM people WHERE uid = %1 AND pid = %2 AND status = 1").arg(uid).arg(pid),
+                     "WebApiWorker::dbCheckPerson() SQl ERROR:");
 }
 
 bool dbDeletePerson(const TerminalRequestContext &ctx, uint tid, uint uid)

@@ -39,14 +39,12 @@ bool dbCheckTerm(const TerminalRequestContext &ctx, uint tid, uint vorixID)
 {
     if (ctx.debugLevel >= 1)
         qDebug("WebApiWorker::dbCheckTerm(%u, %u)", tid, vorixID);
-    uint count = 0;
-    return queryCount(ctx,
-                      QStringLiteral("SELECT COUNT(*) FROM term WHERE tid = %1 AND vorixID = %2 AND status = 1 AND "
-                                     "type='API' LIMIT 1")
-                          .arg(tid)
-                          .arg(vorixID),
-                      "WebApiWorker::dbCheckTerm() SQl ERROR:", count)
-        && count != 0;
+    return rowExists(ctx,
+                     QStringLiteral("SELECT COUNT(*) FROM term WHERE tid = %1 AND vorixID = %2 AND status = 1 AND "
+                                    "type='API' LIMIT 1")
+                         .arg(tid)
+                         .arg(vorixID),
+                     "WebApiWorker::dbCheckTerm() SQl ERROR:");
 }
 
 bool dbSetTermOnline(const TerminalRequestContext &ctx, uint tid)

@@ -49,6 +49,12 @@ bool queryCount(const TerminalRequestContext &ctx, const QString &sql, const cha
     return true;
 }
 
+bool rowExists(const TerminalRequestContext &ctx, const QString &sql, const char *failureLine)
+{
+    uint count = 0;
+    return queryCount(ctx, sql, failureLine, count) && count != 0;
+}
+
 bool execWrite(const TerminalRequestContext &ctx, const QString &sql, const char *failureLine)
 {
     QSqlQuery query(ctx.db);

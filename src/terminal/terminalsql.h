@@ -30,6 +30,8 @@ bool execBound(const TerminalRequestContext &ctx, QSqlQuery &query, const QStrin
 
 // First column of a COUNT statement in `count`; false (and reported) when it failed.
 bool queryCount(const TerminalRequestContext &ctx, const QString &sql, const char *failureLine, uint &count);
+// True when the COUNT statement counts a row; false also when it failed (reported).
+bool rowExists(const TerminalRequestContext &ctx, const QString &sql, const char *failureLine);
 // A write statement: true when it changed a row; false also when it failed (reported).
 bool execWrite(const TerminalRequestContext &ctx, const QString &sql, const char *failureLine);
 

@@ -43,6 +43,7 @@ private:
     bool loadLicence();
     void routeInTerminalContext(const QString &method, const QStringList &words, const QByteArray &body);
     void routeInAdminContext(const QString &method, const QUrl &url, const QByteArray &body);
+    bool checkWebApiEnabled(const QString &firstWord);
     bool checkAuth(const QString &authorization);
     ConnectionSettings connectionSettings() const;
     void closeIdleConnections();

@@ -7,7 +7,6 @@
 #include "licence/licence.h"
 
 #include <QProcess>
-#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QSqlError>
 #include <QSqlQuery>
@@ -24,14 +23,9 @@ private slots:
         QVERIFY2(m_fx->setUp(), qPrintable(m_fx->error()));
         // Every command line of the mariadb client is written down on the way.
         const QString argvLog = m_dir.filePath("mariadb-argv.log");
-        QFile shim(m_dir.filePath("mariadb"));
-        QVERIFY(shim.open(QIODevice::WriteOnly));
-        shim.write(QString("#!/bin/sh\nprintf '%s\\n' \"$*\" >>%1\nexec %2 \"$@\"\n")
-                       .arg(argvLog, QStandardPaths::findExecutable("mariadb")).toUtf8());
-        shim.close();
-        QVERIFY(shim.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        qputenv("WEBAPI_ARGV_LOG", argvLog.toUtf8());
         const QByteArray path = qgetenv("PATH");
-        qputenv("PATH", m_dir.path().toUtf8() + ":" + path);
+        qputenv("PATH", WEBAPI_TEST_DATA "/argv-shim:" + path);
         m_createdA = addCustomer({m_a});
         qputenv("PATH", path);
         QVERIFY2(m_createdA["exit"] == "0", qPrintable(m_createdA["output"]));
@@ -110,16 +104,12 @@ private slots:
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<QString>("reason");
         const QString fresh = TestServer::uniqueName("addc_c");
-        const QString readable = m_dir.filePath("readable-secrets");
-        QFile file(readable);
-        QVERIFY(file.open(QIODevice::WriteOnly) && file.write("key=0123456789abcdef0123\n") > 0);
-        file.close();
-        QVERIFY(file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther));
         QTest::newRow("existing database") << QStringList{m_a} << "exists already";
         QTest::newRow("token in use") << QStringList{"--token", "token-" + m_a, fresh} << "has a customer";
         QTest::newRow("name with quote") << QStringList{"x'y"} << "NAME";
         QTest::newRow("key on the command line") << QStringList{"--key", "0123456789abcdef0123", fresh} << "never on a command line";
-        QTest::newRow("secrets others can read") << QStringList{"--secrets", readable, fresh} << "chmod 600";
+        // A file that everybody may read.
+        QTest::newRow("secrets others can read") << QStringList{"--secrets", "/etc/passwd", fresh} << "chmod 600";
     }
     void refusals()
     {
@@ -131,8 +121,9 @@ private slots:
         QVERIFY2(created["exit"] != "0" && created["output"].contains(reason) && !created.contains("key"), qPrintable(created["output"]));
         QCOMPARE(m_fx->info().scalar(count).toInt(), customers);
         // A half-made customer is removed again; the existing one stays whole.
+        const QString name = arguments.last();
         QCOMPARE(m_fx->info().scalar(QString("SELECT COUNT(*) FROM information_schema.SCHEMATA WHERE SCHEMA_NAME = '%1'")
-                                         .arg(arguments.last().replace("'", "''"))).toInt(), arguments.last() == m_a ? 1 : 0);
+                                         .arg(QString(name).replace("'", "''"))).toInt(), name == m_a ? 1 : 0);
     }
     void migrationReachesNewLayout()
     {

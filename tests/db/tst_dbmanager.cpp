@@ -1,6 +1,6 @@
 // DBManager against the private MariaDB: which InfoDB rows give a customer connection, the
-// token lists and stamps of the InfoDB, the queue of unused connections with its refusals,
-// and a connection per thread.
+// queue of unused connections with its refusals, and a connection per thread. (The token
+// lists and stamps have no caller in the host or the plug-in.)
 #include "database/dbmanager.h"
 #include "support/testserver.h"
 
@@ -85,30 +85,6 @@ private slots:
                 return QStringList{served("tok"), insert(usable) ? "" : "?", served("tok")}.join(", ");
             }) << (seconds ? "default, , default" : "default, , own");
         }
-        // Active rows only, by token; for maintenance NULL first by sid, then the oldest stamp,
-        // recent rows left out.
-        QTest::newRow("token lists")
-            << "('old', 'db_old', 'u', '', 1, UNIX_TIMESTAMP() - 5000, 200), ('never2', 'db_one', 'u', '', 1, NULL, NULL), "
-               "('older', 'n', 'u', '', 1, UNIX_TIMESTAMP() - 9000, 100), ('recent', 'n', 'u', '', 1, UNIX_TIMESTAMP() - 100, 100), "
-               "('never5', 'n', 'u', '', 1, NULL, 300), ('inactive', 'db_two', 'u', '', 0, NULL, NULL), ('status2', 'n', 'u', '', 2, NULL, NULL)"
-            << Probe([this] {
-                   return QStringList{m_manager->loadTokens(10, 0).join(','), m_manager->loadTokens(2, 1).join(','),
-                                      m_manager->loadTokens4Maintenance(10).join(','), m_manager->loadTokens4Maintenance(1).join(','),
-                                      m_manager->loadTokens4Recalculate(10).join(','), m_manager->loadTokenByName("db_one"),
-                                      m_manager->loadTokenByName("db_two"), QString::number(m_manager->tokensCount(true)),
-                                      QString::number(m_manager->tokensCount(false))}.join(" | ");
-               })
-            << "never2,never5,old,older,recent | never5,old | never2,never5,older,old | never2 | never2,older,recent,old,never5 | "
-               "never2 |  | 5 | 1";
-        // Within a second of a stamp no UPDATE runs: the cleared stamp stays cleared. An unknown
-        // token: false, then true from the throttle.
-        QTest::newRow("maintenance stamp") << usable << Probe([this] {
-            const QString stamp = "SELECT maintenance IS NULL FROM `schemas`";
-            return QStringList{QString::number(m_manager->setMaintenance("tok")), m_info->scalar(stamp).toString(),
-                               m_info->exec("UPDATE `schemas` SET maintenance = NULL") ? "" : "?",
-                               QString::number(m_manager->setMaintenance("tok")), m_info->scalar(stamp).toString(),
-                               QString::number(m_manager->setMaintenance("x")), QString::number(m_manager->setMaintenance("x"))}.join("");
-        }) << "101101";
         QTest::newRow("queued, removed") << usable << Probe([this] { return swept("probe"); }) << "gone";
         QTest::newRow("master") << usable << Probe([this] { return swept(m_zmtConnection); }) << "kept";
         // Switching the list off forgets the queue; switching on again does not restore it.

@@ -170,8 +170,6 @@ void TestSync::writes_data()
     row("delete person", "DELETE person/" + t1 + "/" + jana, {}, 1, "sync/empty.http", janaLinks, "2|1");
     row("delete person twice", "DELETE person/" + t1 + "/" + jana, {}, 2, "sync/already-reported.http", janaLinks, "2|1");
     row("delete entrance", "DELETE entrance/" + t1 + "/" + encodeId(1, 7), {}, 1, "sync/empty.http", deleted, "101");
-    row("delete entrance twice", "DELETE entrance/" + t1 + "/" + encodeId(1, 7), {}, 2, "sync/already-reported.http", deleted,
-        "101");
     row("delete entrance of another terminal", "DELETE entrance/" + t1 + "/" + encodeId(2, 3), {}, 1,
         "sync/already-reported.http", deleted, "001");
     // Acknowledges the two people marks before 1700000250; the balance mark keeps bit 4.

@@ -68,15 +68,10 @@ public:
     bool send(const QByteArray &raw);
     // One whole response (head and Content-Length body); empty when none came in time.
     QByteArray readResponse(int timeoutMs = 10000);
-    QByteArray request(const QByteArray &method, const QByteArray &path, const QStringList &headers = {},
-                       const QByteArray &body = QByteArray())
-    {
-        return send(format(method, path, headers, body)) ? readResponse() : QByteArray();
-    }
     HttpReply reply(const QByteArray &method, const QByteArray &path, const QStringList &headers = {},
                     const QByteArray &body = QByteArray())
     {
-        return HttpReply::parse(request(method, path, headers, body));
+        return HttpReply::parse(send(format(method, path, headers, body)) ? readResponse() : QByteArray());
     }
     bool waitForClose(int timeoutMs);
 

@@ -30,6 +30,7 @@ void TestIdentifiers::decode_data()
     QTest::newRow("no full stop") << b64("123") << false << 0u << 0u;
     QTest::newRow("zero first") << b64("0.5") << false << 0u << 5u;
     QTest::newRow("first beyond int") << b64("2147483648.1") << false << 0u << 1u;
+    QTest::newRow("web form") << "MTIuMw@@" << true << 12u << 3u;
     QTest::newRow("stops at NUL") << b64(QByteArray("1.2\0" "3", 5)) << true << 1u << 2u;
 }
 
@@ -44,7 +45,7 @@ void TestIdentifiers::decode()
     QCOMPARE(decodeId(text, a, b), ok);
     QCOMPARE(a, first);
     QCOMPARE(b, second);
-    if (ok && qstrcmp(QTest::currentDataTag(), "stops at NUL") != 0)
+    if (ok && !text.contains('@') && qstrcmp(QTest::currentDataTag(), "stops at NUL") != 0)
         QCOMPARE(encodeId(first, second), text);
 }
 
