@@ -138,7 +138,6 @@ void HttpServer::join()
     m_threads.clear();
 }
 
-
 void HttpServer::addSession(const std::shared_ptr<Session> &session)
 {
     std::lock_guard<std::mutex> lock(m_mutex);

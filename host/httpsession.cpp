@@ -4,9 +4,9 @@
 #include "auththrottle.h"
 #include "hostlog.h"
 #include "httpserver.h"
+#include "pluginanswer.h"
 #include "serverresponses.h"
 #include "workerpool.h"
-#include "pluginanswer.h"
 
 #include "plugin/httppluginworker.h"
 

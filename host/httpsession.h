@@ -18,8 +18,8 @@
 #include <atomic>
 #include <memory>
 #include <optional>
-#include <utility>
 #include <string>
+#include <utility>
 
 class HttpServer;
 

@@ -1,15 +1,26 @@
-// The real webapi-host binary over loopback against the private MariaDB: what only a running
-// process shows. The whole bytes of its own answers and of the plug-in's passed through,
-// limits on a real socket, pipelining, TLS, refused settings, and requests given up.
+// The real webapi-host binary over loopback, against a MariaDB server of this suite's own (in
+// the build folder, on a free port) that it may stop and start, and that nothing else logs in
+// to; the shared server of the other suites is never touched. What only a running process
+// shows: the whole bytes of its own answers and of the plug-in's passed through, limits on a
+// real socket, pipelining, TLS, refused settings, requests given up; a clean error while the
+// database is down and service back without a restart, a retried entrance stored once, a
+// start before the database; its logins: one per worker thread, again after a killed session,
+// one customer's database on every thread at once.
 #include "support/apifixture.h"
 #include "support/hostprocess.h"
 
+#include <QDir>
 #include <QLibraryInfo>
+#include <QSqlQuery>
+#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <atomic>
+#include <functional>
 #include <memory>
 #include <signal.h>
+#include <thread>
 
 class TestHost : public QObject
 {
@@ -17,6 +28,7 @@ class TestHost : public QObject
 
 private slots:
     void initTestCase();
+    void cleanupTestCase();
     void answersOnTheWire();
     void pipelinedInOrder();
     void slowClientTimedOut();
@@ -26,9 +38,33 @@ private slots:
     void refusedSettings();
     void queuedRequestsGivenUp_data();
     void queuedRequestsGivenUp();
+    void oneLoginPerThread();
+    void killedSessionReopened();
+    void oneCustomerOnEveryThread();
+    void retriedEntranceStoredOnce();
+    void startsBeforeTheDatabase();
 
 private:
-    QTemporaryDir m_dir;  // the self-signed certificate and key
+    int status(const QString &name)
+    {
+        return m_a->info().rows("SHOW GLOBAL STATUS LIKE '" + name + "'").value(0).value("Value").toInt();
+    }
+    // scripts/mariadb on this suite's own server only; at a start this process's own handles,
+    // which lost their server with it, log in again.
+    bool mariadb(const QString &command);
+    // One request on a connection of its own: an idle one may be closed by the host meanwhile.
+    HttpReply post(uint refId)
+    {
+        return HttpConnection(m_host.port()).reply("POST", "/webapi/entrance", m_a->terminalHeaders(m_tid), entranceBody(m_person, refId));
+    }
+    HttpReply people(HttpConnection &connection) { return connection.reply("GET", "/webapi/people", m_a->terminalHeaders(m_tid)); }
+    // `clients` connections to `port` at once, each running `client` with its number; how many
+    // of its requests failed in all.
+    static int together(quint16 port, int clients, const std::function<int(HttpConnection &, int)> &client);
+
+    QString m_dir;
+    quint16 m_port = 0;
+    QTemporaryDir m_keys;  // the self-signed certificate and key
     QScopedPointer<ApiFixture> m_a;
     QString m_tid;
     QString m_person;
@@ -36,11 +72,57 @@ private:
     HostProcess m_tls;
 };
 
+bool TestHost::mariadb(const QString &command)
+{
+    QProcess script;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("WEBAPI_DB_DIR", m_dir);
+    env.insert("WEBAPI_DB_PORT", QString::number(m_port));
+    script.setProcessEnvironment(env);
+    script.setProcessChannelMode(QProcess::MergedChannels);
+    script.start(QStringLiteral(WEBAPI_SOURCE_DIR "/scripts/mariadb"), {command});
+    if (!script.waitForFinished(120000) || script.exitStatus() != QProcess::NormalExit || script.exitCode() != 0) {
+        qWarning("scripts/mariadb %s: %s", qPrintable(command), script.readAll().constData());
+        return false;
+    }
+    if (command != "start" || !m_a)
+        return true;
+    for (QSqlDatabase db : {m_a->info().db(), m_a->customer().db()}) {
+        db.close();
+        if (!db.open() || !QSqlQuery(db).exec("SET NAMES utf8mb4"))
+            return false;
+    }
+    return true;
+}
+
+int TestHost::together(quint16 port, int clients, const std::function<int(HttpConnection &, int)> &client)
+{
+    std::atomic<int> failed{0};
+    std::vector<std::thread> threads;
+    for (int c = 0; c < clients; ++c)
+        threads.emplace_back([&, c] {
+            HttpConnection connection(port);
+            failed += client(connection, c);
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+    return failed;
+}
+
 void TestHost::initTestCase()
 {
+    m_dir = QDir::cleanPath(QStringLiteral(WEBAPI_BIN_DIR "/../var/host-mariadb"));
+    {
+        QTcpServer probe;
+        QVERIFY(probe.listen(QHostAddress::LocalHost));
+        m_port = probe.serverPort();
+    }
+    // A server left running by an interrupted run listens on another port: start afresh.
+    QVERIFY(mariadb("stop") && mariadb("start"));
+    qputenv("WEBAPI_DB_PORT", QByteArray::number(m_port));  // TestServer and HostProcess follow it
     QCOMPARE(QProcess::execute("openssl", QString("req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -keyout "
                                                   "%1 -out %2 -days 2 -subj /CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1")
-                                              .arg(m_dir.filePath("key.pem"), m_dir.filePath("cert.pem")).split(' ')), 0);
+                                              .arg(m_keys.filePath("key.pem"), m_keys.filePath("cert.pem")).split(' ')), 0);
     m_a.reset(new ApiFixture("host_a"));
     QVERIFY2(m_a->setUp(), qPrintable(m_a->error()));
     m_tid = m_a->addTerminal(1001);
@@ -48,9 +130,18 @@ void TestHost::initTestCase()
     QVERIFY2(m_host.start(m_a->info().name(), {{"WEBAPI_LIMITS_BODY", "100000"}, {"WEBAPI_LIMITS_TIMEOUT", "2"},
                                                {"WEBAPI_AUTH_FAILURES", "3"}}),
              m_host.log().constData());
-    QVERIFY2(m_tls.start(m_a->info().name(), {{"WEBAPI_TLS_CERTIFICATE", m_dir.filePath("cert.pem")},
-                                              {"WEBAPI_TLS_KEY", m_dir.filePath("key.pem")}}),
+    QVERIFY2(m_tls.start(m_a->info().name(), {{"WEBAPI_TLS_CERTIFICATE", m_keys.filePath("cert.pem")},
+                                              {"WEBAPI_TLS_KEY", m_keys.filePath("key.pem")}}),
              m_tls.log().constData());
+}
+
+void TestHost::cleanupTestCase()
+{
+    m_host.signal(SIGKILL);
+    m_tls.signal(SIGKILL);
+    m_a.reset();  // drops the scratch databases while the server still runs
+    if (m_port != 0)
+        QVERIFY(mariadb("stop"));
 }
 
 void TestHost::answersOnTheWire()
@@ -132,11 +223,11 @@ void TestHost::tlsPolicy()
     if (!accepted)
         return;
     // The plug-in's bytes come through TLS as they are.
-    QStringList curl{"-sS", "-i", "-o", m_dir.filePath("info"), "--cacert", m_dir.filePath("cert.pem"),
+    QStringList curl{"-sS", "-i", "-o", m_keys.filePath("info"), "--cacert", m_keys.filePath("cert.pem"),
                      QString("https://127.0.0.1:%1/webapi/info").arg(m_tls.port())};
     for (const QString &header : m_a->terminalHeaders())
         curl << "-H" << header;
-    QFile info(m_dir.filePath("info"));
+    QFile info(m_keys.filePath("info"));
     QVERIFY(QProcess::execute("curl", curl) == 0 && info.open(QIODevice::ReadOnly));
     COMPARE_EXPECTED(maskTms(info.readAll()), "spine/info.http");
 }
@@ -155,7 +246,7 @@ void TestHost::refusedSettings_data()
     QTest::newRow("no lock wait") << "WEBAPI_SQL_TIMEOUT_LOCK=0" << "sql/timeout/lock";
     QTest::newRow("plain HTTP beyond loopback") << "WEBAPI_LISTEN_ADDRESS=0.0.0.0" << "listen/insecure=true";
     QTest::newRow("proxy not an address") << "WEBAPI_PROXY_TRUSTED=127.0.0.1,proxy.example" << "proxy/trusted";
-    QTest::newRow("certificate alone") << "WEBAPI_TLS_CERTIFICATE=" + m_dir.filePath("cert.pem") << "tls/certificate and tls/key";
+    QTest::newRow("certificate alone") << "WEBAPI_TLS_CERTIFICATE=" + m_keys.filePath("cert.pem") << "tls/certificate and tls/key";
 }
 
 void TestHost::refusedSettings()
@@ -221,6 +312,94 @@ void TestHost::queuedRequestsGivenUp()
     QCOMPARE(host.waitForExit(), 0);
     // Given up means never run: no entrance of either post was stored, then or later.
     QCOMPARE(m_a->customer().scalar("SELECT COUNT(*) FROM inters_data WHERE refId IN (7001, 7002)").toInt(), 0);
+}
+
+void TestHost::retriedEntranceStoredOnce()
+{
+    QVERIFY(mariadb("stop"));
+    QCOMPARE(post(777777).errorCode(), 100503);
+    QVERIFY(mariadb("start"));
+    // The terminal retries the same entrance until it is taken, then once more.
+    int answer = 503;
+    for (int attempt = 0; answer == 503 && attempt < 50; ++attempt)
+        answer = (QTest::qWait(100), post(777777).status);
+    QCOMPARE(answer, 201);
+    QCOMPARE(post(777777).status, 208);
+    QCOMPARE(m_a->customer().scalar("SELECT COUNT(*) FROM inters_data WHERE refId = 777777").toInt(), 1);
+}
+
+void TestHost::startsBeforeTheDatabase()
+{
+    QVERIFY(mariadb("stop"));
+    HostProcess host;
+    QVERIFY(host.launch(m_a->info().name()));
+    // Waiting for the server, not giving up on it.
+    QVERIFY2(host.waitForLog("cannot reach the InfoDB") && host.waitForLog("retrying in"), host.log().constData());
+    QVERIFY(host.running());
+    QVERIFY(mariadb("start"));
+    QVERIFY2(host.waitUntilListening(60000), host.log().constData());
+    HttpConnection terminal(host.port());
+    QCOMPARE(people(terminal).status, 200);
+}
+
+void TestHost::oneLoginPerThread()
+{
+    const auto thirds = [&](int count) {
+        return together(m_host.port(), 3, [&](HttpConnection &connection, int c) {
+            int failed = 0;
+            for (int i = c; i < count; i += 3)
+                failed += people(connection).status != 200;
+            return failed;
+        });
+    };
+    QCOMPARE(thirds(30), 0);  // every thread that serves has logged in
+    const int before = status("Connections");
+    QCOMPARE(thirds(60), 0);
+    QVERIFY2(status("Connections") - before <= 4, "at most one login for each of the 4 threads");
+}
+
+void TestHost::killedSessionReopened()
+{
+    // A name beyond the BMP comes back whole only over utf8mb4: the reopened session sets it again.
+    const QString surname = QString::fromUtf8("Dvo\u0159\u00e1kov\u00e1 \U0001F600");
+    QVERIFY(m_a->customer().exec("UPDATE people SET surname = '" + surname + "' WHERE pid = 501"));
+    HttpConnection connection(m_host.port());
+    QCOMPARE(people(connection).status, 200);
+    // What a server restart, a lost cluster node or wait_timeout leaves the host with.
+    const QList<QVariantMap> sessions = m_a->customer().rows(
+        "SELECT ID FROM information_schema.PROCESSLIST WHERE DB = DATABASE() AND ID <> CONNECTION_ID()");
+    QVERIFY(!sessions.isEmpty());
+    for (const QVariantMap &session : sessions)
+        QVERIFY(m_a->customer().exec("KILL " + session.value("ID").toString()));
+    // The first statement finds the loss; the worker logs in again and answers.
+    for (int i = 0; i < 3; ++i)
+        QCOMPARE(people(connection).json().array().first().toObject().value("surname").toString(), surname);
+}
+
+void TestHost::oneCustomerOnEveryThread()
+{
+    // One database under a second token (a rotation) and under the first in capitals: with
+    // three threads they meet on several threads at once.
+    const QString rotated = m_a->token() + "-rotated";
+    QVERIFY(m_a->info().exec(QString("INSERT INTO `schemas` (token, name, user, pass, status) SELECT '%1', name, user, pass, 1 "
+                                      "FROM `schemas` WHERE token = '%2'").arg(rotated, m_a->token())));
+    HostProcess host;
+    QVERIFY2(host.start(m_a->info().name(), {{"WEBAPI_THREADS", "3"}}), host.log().constData());
+    const int before = status("Threads_connected");
+    const QStringList pragmas{"Pragma: " + m_a->token(), "Pragma: " + m_a->token().toUpper() + ":token", "Pragma: " + rotated};
+    const int failed = together(host.port(), 10, [&](HttpConnection &connection, int c) {
+        QStringList headers = m_a->terminalHeaders(m_tid);
+        int wrong = 0;
+        for (int i = 0; i < 30; ++i) {
+            headers.first() = pragmas.at((c + i) % pragmas.size());
+            wrong += connection.reply("GET", "/webapi/people", headers).json().array().size() != 1;
+        }
+        return wrong;
+    });
+    QCOMPARE(failed, 0);
+    // At most a customer and an InfoDB connection per thread more than before.
+    QVERIFY2(status("Threads_connected") - before <= 6, qPrintable(QString::number(status("Threads_connected") - before)));
+    QVERIFY(host.running() && !host.log().contains("duplicate connection name"));
 }
 
 QTEST_GUILESS_MAIN(TestHost)

@@ -71,7 +71,8 @@ bool HostProcess::waitForLog(const QByteArray &text, int timeoutMs)
 
 void HostProcess::signal(int number)
 {
-    ::kill(pid_t(m_process.processId()), number);
+    if (m_process.processId() > 0)  // never 0: that would be this process's whole group
+        ::kill(pid_t(m_process.processId()), number);
 }
 
 int HostProcess::waitForExit(int timeoutMs)
