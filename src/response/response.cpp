@@ -1,5 +1,6 @@
 #include "response/response.h"
 
+#include "request/answerhead.h"
 #include "response/httpstatus.h"
 #include "response/jsonwriter.h"
 
@@ -171,18 +172,6 @@ QVariant Response::errorList()
     return list;
 }
 
-QString Response::buildHead(quint16 status, const QString &statusName, const QString &contentType,
-                            int length) const
-{
-    QString head = QStringLiteral("HTTP/1.1 %1 %2\r\nContent-Type: %3; charset=\"utf-8\"\r\nContent-Length: %4\r\n")
-                       .arg(status)
-                       .arg(statusName, contentType)
-                       .arg(length);
-    for (auto it = m_headers.constBegin(); it != m_headers.constEnd(); ++it)
-        head += QStringLiteral("%1: %2\r\n").arg(it.key(), it.value().toString());
-    return head;
-}
-
 QByteArray Response::toJson() const
 {
     if (m_data.userType() == qMetaTypeId<JsonText>())
@@ -207,7 +196,7 @@ QByteArray Response::renderResponse(bool withHead)
 
     setHeader(QStringLiteral("X-WEBAPI-TMS"), QDateTime::currentSecsSinceEpoch());
     const int length = json.size();
-    const QString head = buildHead(m_status, httpStatusName(m_status), m_contentType, length);
+    const QString head = answerHead(m_status, httpStatusName(m_status), m_contentType, length, m_headers);
     if (state.invalidChars == 0 && m_header.debugLevel < 2) {
         // Valid UTF-8 comes back unchanged from a decode and encode, so the bytes are joined
         // as they are: a large body is not converted twice.

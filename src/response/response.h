@@ -83,9 +83,6 @@ protected:
     virtual QByteArray toJson() const;
 
 private:
-    QString buildHead(quint16 status, const QString &statusName, const QString &contentType,
-                      int length) const;
-
     QVariant m_data = QVariantMap();  // or JsonText: a body written from rows as they came
     quint16 m_status = 200;
     QMap<QString, QVariant> m_headers;
