@@ -4,6 +4,7 @@
 #include "licence/licence.h"
 #include "worker/webapiworker.h"
 
+#include <QSqlQuery>
 #include <QUrl>
 
 const QString ApiFixture::kKey = QStringLiteral("test-terminal-key-0123456789");
@@ -80,7 +81,9 @@ QByteArray ApiFixture::call(const QString &method, const QString &path, const QS
 QString ApiFixture::addTerminal(uint vorixID, const QString &name)
 {
     if (!m_customer->exec(QStringLiteral("INSERT INTO term (vorixID, type, status, name) VALUES (%1, 'API', 1, '%2')")
-                              .arg(vorixID).arg(name)))
+                              .arg(vorixID)
+                              .arg(name)))
         return QString();
-    return WebApiWorker::encodeId(m_customer->scalar(QStringLiteral("SELECT LAST_INSERT_ID()")).toUInt(), vorixID);
+    const uint tid = m_customer->scalar(QStringLiteral("SELECT LAST_INSERT_ID()")).toUInt();
+    return WebApiWorker::encodeId(tid, vorixID);
 }
