@@ -25,13 +25,3 @@ LogCapture::~LogCapture()
     qInstallMessageHandler(m_previous);
     g_entries = nullptr;
 }
-
-QStringList LogCapture::linesStartingWith(QtMsgType type, const QString &prefix) const
-{
-    QStringList result;
-    for (const auto &entry : m_entries) {
-        if (entry.first == type && entry.second.startsWith(prefix))
-            result.append(entry.second);
-    }
-    return result;
-}

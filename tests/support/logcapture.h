@@ -18,7 +18,15 @@ public:
     QList<QPair<QtMsgType, QString>> entries() const { return m_entries; }
     // The messages of one level (that start with `prefix`), in the order written.
     QStringList lines(QtMsgType type) const { return linesStartingWith(type, QString()); }
-    QStringList linesStartingWith(QtMsgType type, const QString &prefix) const;
+    QStringList linesStartingWith(QtMsgType type, const QString &prefix) const
+    {
+        QStringList result;
+        for (const auto &entry : m_entries) {
+            if (entry.first == type && entry.second.startsWith(prefix))
+                result.append(entry.second);
+        }
+        return result;
+    }
 
 private:
     QtMessageHandler m_previous = nullptr;
