@@ -1,6 +1,6 @@
-// DBManager against the private MariaDB: which InfoDB rows give a customer connection, the
-// queue of unused connections with its refusals, and a connection per thread. (The token
-// lists and stamps have no caller in the host or the plug-in.)
+// DBManager against the private MariaDB: which InfoDB rows give a customer connection, what
+// is remembered of a token, and a connection per thread. (The token lists, stamps and the
+// queue of unused connections are dormant: nothing in the host or the plug-in drives them.)
 #include "database/dbmanager.h"
 #include "support/apifixture.h"
 
@@ -38,7 +38,7 @@ private slots:
     {
         m_manager.reset();
         for (const QString &name : QSqlDatabase::connectionNames()) {
-            if (name.contains("_dbc_") || name == "probe")
+            if (name.contains("_dbc_"))
                 QSqlDatabase::removeDatabase(name);
         }
     }
@@ -76,11 +76,6 @@ private slots:
                 return QStringList{served("tok"), insert(usable) ? "" : "?", served("tok")}.join(", ");
             }) << (seconds ? "default, , default" : "default, , own");
         }
-        QTest::newRow("queued, removed") << usable << Probe([this] { return swept("probe"); }) << "gone";
-        QTest::newRow("master") << usable << Probe([this] { return swept(m_fx->manager()->zmtDB().connectionName()); }) << "kept";
-        QTest::newRow("manager's own") << usable << Probe([this] {
-            return QStringList{served("tok"), swept(m_manager->connectionNameFor("tok")), m_manager->hasConnection("tok") ? "known" : ""}.join(", ");
-        }) << "own, gone, ";
         // Another thread gets a handle of its own, and asks the InfoDB itself.
         QTest::newRow("per thread") << usable << Probe([this] {
             QString other;
@@ -114,19 +109,6 @@ private:
         db.close();
         return opens && db.connectionName() == m_manager->connectionNameFor(token) && m_manager->isManagedConnection(token)
             ? "own" : "wrong: " + db.connectionName();
-    }
-    // Queues `name`, sweeps, closes it, sweeps again: "gone" or "kept".
-    QString swept(const QString &name, const std::function<void()> &between = {})
-    {
-        if (!QSqlDatabase::contains(name))
-            QSqlDatabase::addDatabase("QMYSQL", name);
-        m_manager->addUnusedConnection(name);
-        if (between)
-            between();
-        m_manager->removeUnusedConnections();
-        QSqlDatabase::database(name, false).close();
-        m_manager->removeUnusedConnections();
-        return QSqlDatabase::contains(name) ? "kept" : "gone";
     }
     // Rows as manager_data() gives them.
     bool insert(QString schemas)
