@@ -30,14 +30,13 @@ private slots:
     void hostRunsFromTheTree()
     {
         const QByteArray plugin = root("/usr/lib/webapi/plugins/libwebapi.so").toUtf8();
-        const QByteArray help = run(root("/usr/bin/webapi-host"), {"--help"});
-        QVERIFY2(help.contains("[" + plugin + "]"), help.constData());
         ApiFixture fx("package");
         QVERIFY2(fx.setUp(), qPrintable(fx.error()));
         HostProcess host;
         host.setBinary(root("/usr/bin/webapi-host"));
         // Nothing of the build tree on the way.
         qunsetenv("LD_LIBRARY_PATH");
+        // The plug-in found beside the binary, not named in any setting.
         QVERIFY2(host.start(fx.info().name()) && host.log().contains("plug-in " + plugin), host.log().constData());
         QCOMPARE(HttpConnection(host.port()).reply("GET", "/webapi/info", fx.terminalHeaders()).status, 200);
     }
