@@ -10,8 +10,16 @@
 class LogCapture
 {
 public:
-    LogCapture();
-    ~LogCapture();
+    LogCapture()
+    {
+        s_current = this;
+        m_previous = qInstallMessageHandler(record);
+    }
+    ~LogCapture()
+    {
+        qInstallMessageHandler(m_previous);
+        s_current = nullptr;
+    }
     LogCapture(const LogCapture &) = delete;
     LogCapture &operator=(const LogCapture &) = delete;
 
@@ -29,6 +37,14 @@ public:
     }
 
 private:
+    static void record(QtMsgType type, const QMessageLogContext &context, const QString &message)
+    {
+        s_current->m_entries.append({type, message});
+        if (s_current->m_previous)
+            s_current->m_previous(type, context, message);
+    }
+
+    static inline LogCapture *s_current = nullptr;
     QtMessageHandler m_previous = nullptr;
     QList<QPair<QtMsgType, QString>> m_entries;
 };
