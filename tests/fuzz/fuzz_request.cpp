@@ -17,15 +17,19 @@ namespace {
 ApiFixture *g_api = nullptr;
 QList<QPair<QByteArray, QByteArray>> g_placeholders;
 
-void release()
+} // namespace
+
+// Drops the scratch databases, if they were made: the replay calls it while its application
+// object lives, as the drop needs Qt's SQL plug-in.
+extern "C" void fuzzRelease()
 {
     delete g_api;
     g_api = nullptr;
 }
 
-// One customer with a terminal, a person and an entrance type, made on first use. Dropped
-// when the application object goes (an ordinary test) or at exit (libFuzzer ends with exit(),
-// and the drop needs Qt's SQL plug-in still loaded).
+namespace {
+
+// One customer with a terminal, a person and an entrance type, made on first use.
 ApiFixture &fixture()
 {
     if (g_api)
@@ -36,15 +40,15 @@ ApiFixture &fixture()
     const bool ownApp = !QCoreApplication::instance();
     if (ownApp)
         new QCoreApplication(argc, argv);
-    qAddPostRoutine(release);
     g_api = new ApiFixture(QStringLiteral("fuzz"));
     if (!g_api->setUp()) {
         std::fprintf(stderr, "fuzz: no database (%s); start it with scripts/mariadb start\n", qPrintable(g_api->error()));
         std::abort();
     }
-    // After Qt's SQL globals exist, so it runs before they are destroyed.
+    // libFuzzer ends with exit(). Registered after Qt's SQL globals exist, so it runs before
+    // they are destroyed.
     if (ownApp)
-        std::atexit([] { delete QCoreApplication::instance(); });
+        std::atexit(fuzzRelease);
     g_placeholders = {{"$TOKEN", g_api->token().toUtf8()}, {"$KEY", ApiFixture::kKey.toUtf8()},
                       {"$TID", g_api->addTerminal(1001).toUtf8()}, {"$UID", addPerson(*g_api).toUtf8()}};
     return *g_api;

@@ -5,12 +5,19 @@
 #include <QtTest>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
+// Defined by a target that keeps state (the database-backed one).
+extern "C" void fuzzRelease() __attribute__((weak));
 
 class ReplayCorpus : public QObject
 {
     Q_OBJECT
 
 private slots:
+    void cleanupTestCase()
+    {
+        if (fuzzRelease)
+            fuzzRelease();
+    }
     void replay_data()
     {
         QTest::addColumn<QByteArray>("input");
