@@ -9,19 +9,14 @@
 
 const QString ApiFixture::kKey = QStringLiteral("test-terminal-key-0123456789");
 
-ApiFixture::ApiFixture(const QString &suite)
-    : m_suite(suite)
-{
-}
+ApiFixture::ApiFixture(const QString &suite) : m_suite(suite) {}
 
 ApiFixture::~ApiFixture()
 {
     m_worker.reset();
     m_manager.reset();
-    for (const QString &name : {m_infoConnection, m_zmtConnection}) {
-        QSqlDatabase::database(name, false).close();
+    for (const QString &name : {m_infoConnection, m_zmtConnection})
         QSqlDatabase::removeDatabase(name);
-    }
 }
 
 bool ApiFixture::setUp()
@@ -72,16 +67,14 @@ QStringList ApiFixture::adminHeaders(const QString &apiToken) const
             QStringLiteral("X-ZMT-AID: ") + apiToken};
 }
 
-QByteArray ApiFixture::call(const QString &method, const QString &path, const QStringList &headers,
-                            const QByteArray &body)
+QByteArray ApiFixture::call(const QString &method, const QString &path, const QStringList &headers, const QByteArray &body)
 {
     return m_worker->buildResponse(method, QUrl(QStringLiteral("http://localhost") + path), headers, body);
 }
 
 QString ApiFixture::addTerminal(uint vorixID, const QString &name)
 {
-    if (!m_customer->exec(QStringLiteral("INSERT INTO term (vorixID, type, status, name) VALUES (%1, 'API', 1, '%2')")
-                              .arg(vorixID).arg(name)))
+    if (!m_customer->exec(QStringLiteral("INSERT INTO term (vorixID, type, status, name) VALUES (%1, 'API', 1, '%2')").arg(vorixID).arg(name)))
         return QString();
     return encodeId(m_customer->scalar(QStringLiteral("SELECT LAST_INSERT_ID()")).toUInt(), vorixID);
 }
