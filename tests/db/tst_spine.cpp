@@ -1,8 +1,10 @@
 // The request spine end to end: header checks, database, licence, routing and rendering,
-// through buildResponse on a real DBManager and the private MariaDB.
+// through buildResponse on a real DBManager and the private MariaDB; crafted tokens, names and
+// setting names stay bound values.
 #include "support/apifixture.h"
 
 #include "database/dbmanager.h"
+#include "database/zmtdbsettings.h"
 #include "licence/licence.h"
 #include "worker/webapiworker.h"
 
@@ -17,6 +19,9 @@ private slots:
     void initTestCase();
     void requests_data();
     void requests();
+    void managerRefusesCraftedValues();
+    void boundValues_data();
+    void boundValues();
     void emptyTokenRunsOnMaster();
     void idleConnectionClosed();
     void lockWaitEndsInCleanError();
@@ -38,6 +43,7 @@ void TestSpine::initTestCase()
     m_fx.reset(new ApiFixture(QStringLiteral("spine")));
     QVERIFY2(m_fx->setUp(), qPrintable(m_fx->error()));
     QVERIFY(!m_fx->addTerminal(77).isEmpty());
+    QVERIFY(m_fx->customer().exec("INSERT INTO admins (login, apiToken, status, perms) VALUES ('boss', 'tok-boss', 1, 2)"));
 }
 
 void TestSpine::requests_data()
@@ -63,6 +69,11 @@ void TestSpine::requests_data()
     row("response errors", "GET /webapi/response-errors", ok, "spine/response-errors");
     row("prefix alone", "GET /webapi", ok, "spine/root");
     row("no manager", "GET /webapi/info", ok, "spine/no-manager");
+    // Crafted customer tokens are answered as any unknown one: the customer's database, which
+    // "always true" would select, is not reached. The Pragma line is only read when it holds
+    // the word "token", so every attempt does.
+    for (const QByteArray &token : testData("injection/tokens.txt").trimmed().split('\n'))
+        row(token.constData(), "GET /webapi/info", {"Pragma: " + token, auth}, "spine/bad-database");
     // The licence rows: a key without a scope serves both contexts, one of a scope only its
     // own, an unknown scope none; refused as an unknown key, so a key says nothing of where
     // else it would work.
@@ -118,6 +129,51 @@ void TestSpine::requests()
     if (expect.contains(' '))
         QCOMPARE(QString::number(reply.errorCode()), expect.section(' ', 1, 1));
     QVERIFY2(reply.message().contains(expect.section(' ', 2)), qPrintable(reply.message()));
+}
+
+void TestSpine::managerRefusesCraftedValues()
+{
+    DBManager *manager = m_fx->manager();
+    const QString always = "token' OR '1'='1";
+    QCOMPARE(manager->loadTokenByName("x' OR '1'='1"), QString());
+    QVERIFY(!manager->setRecalc(always));
+    QVERIFY(!manager->setMaintenance(always));
+    // In the statement, "OR '1'='1'" would have stamped every customer.
+    QCOMPARE(m_fx->info().scalar("SELECT COUNT(*) FROM `schemas` WHERE recalc IS NOT NULL OR maintenance IS NOT NULL").toInt(), 0);
+    // The same rule lets real names and tokens through.
+    QCOMPARE(manager->loadTokenByName(m_fx->customer().name()), m_fx->token());
+    QVERIFY(manager->setRecalc(m_fx->token()));
+}
+
+void TestSpine::boundValues_data()
+{
+    QTest::addColumn<QString>("value");
+    QTest::newRow("quote") << "a'b";
+    QTest::newRow("prefix and percent") << "tok%";
+    // Wildcards of LIKE: eight underscores match "tok-boss", the other "webapi.enabled".
+    QTest::newRow("underscores") << "________";
+    QTest::newRow("underscore") << "webapi_enabled";
+    QTest::newRow("always true") << "' OR '1'='1";
+}
+
+void TestSpine::boundValues()
+{
+    QFETCH(QString, value);
+    TestDatabase &db = m_fx->customer();
+    // As an admin token: no administrator, as any unknown token.
+    COMPARE_EXPECTED(maskTms(m_fx->call("GET", "/webapi/report/daily/0", m_fx->adminHeaders(value))), "admin/no-admin.http");
+    // As a setting's name or prefix: it matches only itself, and the licence rows stay.
+    const QList<QVariantMap> before = db.rows("SELECT name, value FROM vars ORDER BY name");
+    ZmtDbSettings settings(db.db());
+    QVERIFY(!settings.variableDel(value, false));
+    QVERIFY(!settings.variableDel(value, true));
+    QCOMPARE(settings.variableGetMultiple(value), (QMap<QString, QVariant>()));
+    QVERIFY(settings.variableSet(value, "again"));
+    const QMap<QString, QVariant> mine{{value, "again"}};
+    QCOMPARE(settings.variableGetMultiple(QStringList{value}), mine);
+    QCOMPARE(settings.variableGetMultiple(value), mine);
+    QVERIFY(settings.variableDel(value, true));
+    QCOMPARE(db.rows("SELECT name, value FROM vars ORDER BY name"), before);
 }
 
 void TestSpine::emptyTokenRunsOnMaster()
