@@ -100,11 +100,10 @@ void TestSpine::requests()
     const QList<QVariantMap> saved = db.rows("SELECT name, value FROM vars");
     for (const QString &statement : setup.split(';', Qt::SkipEmptyParts))
         QVERIFY(db.exec(statement));
-    WebApiWorker unmanaged(QStringLiteral("2.4.1"));
     const QString method = request.section(' ', 0, 0);
     const QString path = request.section(' ', 1);
     const QByteArray raw = QTest::currentDataTag() == QByteArray("no manager")
-        ? unmanaged.buildResponse(method, QUrl("http://h" + path), headers, QByteArray())
+        ? WebApiWorker(QStringLiteral("2.4.1")).buildResponse(method, QUrl("http://h" + path), headers, QByteArray())
         : m_fx->call(method, path, headers);
     if (setup.contains("_away"))
         QVERIFY(db.exec("RENAME TABLE inters_away TO inters"));

@@ -5,10 +5,8 @@
 #include "support/apifixture.h"
 
 #include "database/dbmanager.h"
-#include "response/jsonwriter.h"
 #include "response/response.h"
 #include "terminal/identifiers.h"
-#include "terminal/lists.h"
 #include "terminal/syncfeed.h"
 #include "terminal/terminalrouter.h"
 #include "worker/webapiworker.h"
@@ -24,18 +22,13 @@ const QString kT1 = encodeId(1, 101);
 const QString kT2 = encodeId(2, 102);
 const QString kUid1 = encodeId(1, 1001);
 
-QByteArray doc(const QJsonObject &body)
-{
-    return QJsonDocument(body).toJson();
-}
-
 QByteArray with(QJsonObject body, const QString &key, const QJsonValue &value)
 {
     if (value.isUndefined())
         body.remove(key);
     else
         body.insert(key, value);
-    return doc(body);
+    return QJsonDocument(body).toJson();
 }
 
 QJsonObject entrance(int refId, int iid = 1)
@@ -82,7 +75,6 @@ private slots:
     void initTestCase();
     void requests_data();
     void requests() { run(); }
-    void unroutedReads();
     void racesLeaveOneRow_data();
     void racesLeaveOneRow();
     void sync_data();
@@ -129,7 +121,6 @@ void TestTerminalContext::requests_data()
         "Main door|10.0.0.5|API|1|0|1");
     row("register, no vid", "POST terminal", {}, R"({"vid": 0})", "register-no-vid", "SELECT COUNT(*) FROM term WHERE vorixID = 0", "0");
     row("register, broken", "POST terminal", {}, "{\"vid\": ", "register-broken");
-    row("register, vid text", "POST terminal", {}, R"({"vid": "abc", "name": "A"})", "422");
     row("register, empty name", "POST terminal", {}, R"({"vid": 6001, "name": ""})", "422");
     // Switched off by an administrator: registering does not switch it on again.
     row("register, disabled", "POST terminal", {}, R"({"vid": 104, "name": "Back on"})", "register-bad-vid",
@@ -143,11 +134,10 @@ void TestTerminalContext::requests_data()
         "SELECT COUNT(*) FROM people WHERE pid = 2002", "0");
     row("person: no pid", "POST person", t, R"({"name": "A"})", "422 100302");
     row("person: empty names", "POST person", t, R"({"pid": 5001, "name": "", "surname": ""})", "422 100304");
-    row("person: not json", "POST person", t, "pid=1", "400 100004");
     // Characters beyond the BMP need the connection's full utf8mb4 set.
     row("person: non-ASCII", "POST person", t, R"({"pid": 7001, "surname": "Šťastná «ß» Привет 😀"})", "201",
         "SELECT surname FROM people WHERE pid = 7001", "Šťastná «ß» Привет 😀");
-    row("entrance", "POST entrance", t, doc(entrance(5)), "entrance-new",
+    row("entrance", "POST entrance", t, QJsonDocument(entrance(5)).toJson(), "entrance-new",
         "SELECT CONCAT_WS('|', tid, uid, iid, photo IS NULL) FROM inters_data WHERE id = 700", "1|1|1|1");
     // Repeats under refId 5: the same event answers with the first row and leaves its photo
     // alone; a retry without a date is the same event; any other field makes a row of its own.
@@ -159,11 +149,11 @@ void TestTerminalContext::requests_data()
     row("other type", "POST entrance", t, with(entrance(5), "type", 2), "201", five, "-,B,-");
     row("other date", "POST entrance", t, with(entrance(5), "date", "2024-05-01T08:00:01"), "201", five, "-,B,-,-");
     row("undated", "POST entrance", t, with(entrance(7), "date", none), "201");
-    row("dated after undated", "POST entrance", t, doc(entrance(7)), "201", "SELECT COUNT(*) FROM inters_data WHERE refId = 7", "2");
+    row("dated after undated", "POST entrance", t, QJsonDocument(entrance(7)).toJson(), "201", "SELECT COUNT(*) FROM inters_data WHERE refId = 7", "2");
     const QString noRef = QStringLiteral("SELECT COUNT(*) FROM inters_data WHERE IFNULL(refId, 0) = 0");
-    row("no refId", "POST entrance", t, doc(entrance(0)), "201", noRef, "1");
-    row("no refId, again", "POST entrance", t, doc(entrance(0)), "201", noRef, "2");
-    row("entrance, unknown reason", "POST entrance", t, doc(entrance(6, 999)), "entrance-unknown-iid",
+    row("no refId", "POST entrance", t, QJsonDocument(entrance(0)).toJson(), "201", noRef, "1");
+    row("no refId, again", "POST entrance", t, QJsonDocument(entrance(0)).toJson(), "201", noRef, "2");
+    row("entrance, unknown reason", "POST entrance", t, QJsonDocument(entrance(6, 999)).toJson(), "entrance-unknown-iid",
         "SELECT COUNT(*) FROM inters_data WHERE refId = 6", "0");
     const QJsonObject good = entrance(20);
     const QString stored = QStringLiteral("SELECT GROUP_CONCAT(description) FROM inters_data WHERE refId = 20");
@@ -173,11 +163,7 @@ void TestTerminalContext::requests_data()
     row("entrance: type text", "POST entrance", t, with(good, "type", "in"), "400 500", stored);
     // A terminal posts only as itself: its identifier or its number, nothing else.
     row("entrance: other terminal's tid", "POST entrance", t, with(good, "tid", kT2), "400 100102", stored);
-    row("entrance: tid number of another", "POST entrance", t, with(good, "tid", 2), "400 100102", stored);
-    QJsonObject own = good;
-    own.insert("tid", 1);
-    row("entrance: own tid, quotes", "POST entrance", t, with(own, "description", "a \"b\" :c 'd' %1"),
-        "201", stored, "a \"b\" :c 'd' %1");
+    row("entrance: own tid number", "POST entrance", t, with(good, "tid", 1), "201", stored, "Front door");
     // Jana is known and linked to terminal 3: from terminal 2 she is updated, linked to it and
     // marked for every other linked terminal, before the write, so a repeat marks again; an empty
     // card leaves the stored one.
@@ -263,23 +249,6 @@ void TestTerminalContext::run()
         QCOMPARE(sql(check), rows);
 }
 
-void TestTerminalContext::unroutedReads()
-{
-    for (const char *rows : {"inters_term (tid, iid) VALUES (2, 1), (2, 3)", "people_term (uid, tid) VALUES (2, 2), (4, 2)"})
-        QVERIFY(m_fx->customer().exec(QStringLiteral("INSERT INTO ") + rows));
-    Unit unit(*m_fx, QString());
-    const auto json = [](const QVariant &body) { return QJsonDocument::fromJson(body.value<JsonText>().bytes).toVariant(); };
-    // Lighter first; only the terminal's own reasons; the inactive person is left out.
-    QCOMPARE(json(dbGetInters4Terminal(unit.ctx, 2, 102)).toList().value(0).toMap().value("iid").toUInt(), 3u);
-    QCOMPARE(json(dbGetInters4Terminal(unit.ctx, 2, 103)).toList().size(), 0);
-    QCOMPARE(json(dbGetPresent4Terminal(unit.ctx, 2, 0)).toList().size(), 2);
-    QCOMPARE(json(dbGetPresent4Terminal(unit.ctx, 2, 1)).toMap(), QVariantMap({{"present", true}, {"uid", kUid1}}));
-    QVERIFY(dbGetSaldo(unit.ctx, 2, 0));
-    QCOMPARE(unit.response.data().toMap(), QVariantMap({{"1", -30}, {"2", 0}}));
-    QVERIFY(!dbGetSaldo(unit.ctx, 2, 3));
-    QCOMPARE(unit.response.errorCode(), 0);
-}
-
 void TestTerminalContext::racesLeaveOneRow_data()
 {
     QTest::addColumn<QString>("word");
@@ -306,8 +275,7 @@ void TestTerminalContext::racesLeaveOneRow()
     QFETCH(QString, expect);
     for (int key = 8001; key < 8006; ++key) {
         // Each copy on a thread and connection of its own, released together.
-        QSemaphore ready;
-        QSemaphore go;
+        QSemaphore ready, go;
         HttpReply replies[2];
         QThread *threads[2];
         for (int i = 0; i < 2; ++i) {
