@@ -60,7 +60,7 @@ void columns()
     QTest::addColumn<QString>("request");  // method and path below /webapi/; FEED, FULL, ACK: see sync_data
     QTest::addColumn<QString>("tid");
     QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<QString>("expect");   // "status[ code]", or a whole response below tests/data
+    QTest::addColumn<QString>("expect");   // "status[ code]", a whole response below tests/data, or nothing
     QTest::addColumn<QString>("check");    // a statement on the database after the request...
     QTest::addColumn<QString>("rows");     // ...and its answer
 }
@@ -232,7 +232,7 @@ void TestTerminalContext::run()
         QCOMPARE(QStringLiteral("%1 %2").arg(reply.status).arg(reply.errorCode()).left(expect.size()), expect);
     } else if (!expect.isEmpty()) {
         // New rows are stamped now: a person begins at today's midnight, an entrance is created
-        // now, a full copy's rows carry the present time, a marks its fixed past one.
+        // now, a full copy's rows carry the present time, marks their fixed past one.
         QString text = QString::fromUtf8(maskTms(raw)).replace(QDate::currentDate().toString(Qt::ISODate), "<TODAY>");
         text.replace(QRegularExpression("\"created\": \"[^\"]+\""), "\"created\": \"<NOW>\"");
         for (qint64 now = start; now <= QDateTime::currentSecsSinceEpoch(); ++now)
