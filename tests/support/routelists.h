@@ -11,12 +11,12 @@ struct RouteLists
 {
     QStringList routes() const
     {
-        QStringList out;
-        for (const QString &word : TerminalRoutes::shipped().getPaths)
-            out << QStringLiteral("get /") + word;
+        const TerminalRoutes &shipped = TerminalRoutes::shipped();
         // The GET words whose handler reads a person's identifier as the second word.
-        out << QStringLiteral("get /person/{id}") << QStringLiteral("get /present/{id}");
-        for (const QString &word : TerminalRoutes::shipped().postPaths)
+        QStringList out{QStringLiteral("get /person/{id}"), QStringLiteral("get /present/{id}")};
+        for (const QString &word : shipped.getPaths)
+            out << QStringLiteral("get /") + word;
+        for (const QString &word : shipped.postPaths)
             out << QStringLiteral("post /") + word;
         // The period words each admin controller tells apart.
         for (const char *path : {"attendance/daily", "attendance/monthly", "report/daily", "report/monthly",

@@ -17,3 +17,8 @@ INSERT INTO inters_data (id, tid, refId, uid, iid, type, date, created) VALUES (
 -- Uid 3's presence entrance is gone.
 UPDATE people SET presentID = 50 WHERE uid = 1;
 UPDATE people SET presentID = 9999 WHERE uid = 3;
+-- Jana is known at terminal 3; new rows get fixed numbers.
+INSERT INTO people_term (uid, tid) VALUES (1, 3);
+ALTER TABLE term AUTO_INCREMENT = 9000;
+ALTER TABLE people AUTO_INCREMENT = 500;
+ALTER TABLE inters_data AUTO_INCREMENT = 700;
