@@ -22,27 +22,297 @@
 #include <signal.h>
 #include <thread>
 
+enum GiveUp { AtStop, PastDeadline, ClientGone };
+Q_DECLARE_METATYPE(GiveUp)
+
 class TestHost : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void cleanupTestCase();
-    void answersOnTheWire();
-    void pipelinedInOrder();
-    void slowClientTimedOut();
-    void tlsPolicy_data();
-    void tlsPolicy();
-    void refusedSettings_data();
-    void refusedSettings();
-    void queuedRequestsGivenUp_data();
-    void queuedRequestsGivenUp();
-    void oneLoginPerThread();
-    void killedSessionReopened();
-    void oneCustomerOnEveryThread();
-    void retriedEntranceStoredOnce();
-    void startsBeforeTheDatabase();
+    void initTestCase()
+    {
+        // A server left running by an interrupted run listens on another port: start afresh.
+        qputenv("WEBAPI_DB_DIR", QDir::cleanPath(WEBAPI_BIN_DIR "/../var/host-mariadb").toUtf8());
+        QVERIFY(mariadb("stop"));
+        {
+            QTcpServer probe;
+            QVERIFY(probe.listen(QHostAddress::LocalHost));
+            m_port = probe.serverPort();
+        }
+        qputenv("WEBAPI_DB_PORT", QByteArray::number(m_port));  // the scripts, TestServer and HostProcess follow it
+        QVERIFY(mariadb("start"));
+        QCOMPARE(QProcess::execute("openssl", QString("req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -keyout "
+                                                      "%1 -out %2 -days 2 -subj /CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1")
+                                                  .arg(m_keys.filePath("key.pem"), m_keys.filePath("cert.pem")).split(' ')), 0);
+        m_a.reset(new ApiFixture("host_a"));
+        QVERIFY2(m_a->setUp(), qPrintable(m_a->error()));
+        m_tid = m_a->addTerminal(1001);
+        m_person = addPerson(*m_a);
+        QVERIFY2(m_host.start(m_a->info().name(), {{"WEBAPI_LIMITS_BODY", "100000"}, {"WEBAPI_LIMITS_TIMEOUT", "2"},
+                                                   {"WEBAPI_AUTH_FAILURES", "3"}}),
+                 m_host.log().constData());
+        QVERIFY2(m_tls.start(m_a->info().name(), {{"WEBAPI_TLS_CERTIFICATE", m_keys.filePath("cert.pem")},
+                                                  {"WEBAPI_TLS_KEY", m_keys.filePath("key.pem")}}),
+                 m_tls.log().constData());
+    }
+
+    void cleanupTestCase()
+    {
+        m_host.signal(SIGKILL);
+        m_tls.signal(SIGKILL);
+        m_a.reset();  // drops the scratch databases while the server still runs
+        if (m_port != 0)
+            QVERIFY(mariadb("stop"));
+    }
+
+    void answersOnTheWire()
+    {
+        // Each on a connection of its own, in this order: the guesses lead to the 429.
+        const QString pragma = "Pragma: " + m_a->token();
+        const QStringList guess{pragma, "Authorization: Bearer guess"};
+        const QList<QByteArray> requests{
+            HttpConnection::format("GET", "/webapi/info?q=1", m_a->terminalHeaders() << "X-Request-Id: id-1"),
+            HttpConnection::format("GET", "/healthz"),
+            HttpConnection::format("GET", "/index.html", {"Connection: close"}),
+            "HELLO THERE\r\n\r\n",
+            "POST /webapi/entrance HTTP/1.1\r\nHost: x\r\n" + pragma.toUtf8() + "\r\nContent-Length: 100001\r\n\r\n",
+            HttpConnection::format("GET", "/webapi/info", {"X-Pad: " + QString(17000, 'a')}),
+            HttpConnection::format("GET", "/webapi/info", {"Pragma: token' OR '1'='1"}),
+            HttpConnection::format("GET", "/webapi/info", guess),
+            HttpConnection::format("GET", "/webapi/info", guess),
+            HttpConnection::format("GET", "/webapi/info", guess),
+            HttpConnection::format("GET", "/webapi/info", m_a->terminalHeaders()),
+        };
+        QByteArray wire;
+        for (const QByteArray &raw : requests) {
+            HttpConnection connection(m_host.port(), QHostAddress("127.0.0.21"));
+            QVERIFY(connection.send(raw));
+            const QByteArray answer = maskTms(connection.readResponse());
+            const bool closes = answer.contains("Connection: close");
+            wire += answer + (connection.waitForClose(closes ? 5000 : 200) ? "\n[closed]\n" : "\n[open]\n");
+        }
+        // The window of the guesses may have begun a second before.
+        COMPARE_EXPECTED(wire.replace("Retry-After: 59\r", "Retry-After: 60\r"), "host/answers.http");
+        QVERIFY(m_host.waitForLog("127.0.0.21 \"GET /webapi/info\" 429 "));
+        QVERIFY(!m_host.log().contains(ApiFixture::kKey.toUtf8()));
+    }
+
+    void pipelinedInOrder()
+    {
+        HttpConnection connection(m_host.port());
+        const QStringList headers = m_a->terminalHeaders();
+        QVERIFY(connection.send(HttpConnection::format("GET", "/webapi/response-errors", headers)
+                                + HttpConnection::format("GET", "/nothing") + HttpConnection::format("GET", "/webapi/info", headers)));
+        QVERIFY(HttpReply::parse(connection.readResponse()).json().isArray());
+        QCOMPARE(HttpReply::parse(connection.readResponse()).status, 404);
+        QCOMPARE(HttpReply::parse(connection.readResponse()).json().object().value("name").toString(), "Web API");
+        QCOMPARE(connection.reply("GET", "/healthz").status, 200);
+    }
+
+    void slowClientTimedOut()
+    {
+        HttpConnection slow(m_host.port());
+        QVERIFY(slow.send("GET /webapi/info HTTP/1.1\r\nHost: x\r\n"));
+        QCOMPARE(HttpConnection(m_host.port()).reply("GET", "/healthz").status, 200);  // others are served meanwhile
+        QVERIFY(slow.send("X-Still: typing\r\n"));
+        QVERIFY(slow.waitForClose(10000));
+        QVERIFY(m_host.waitForLog("\"GET /webapi/info\" 408"));
+    }
+
+    void tlsPolicy_data()
+    {
+        QTest::addColumn<QString>("options");  // of openssl s_client, with the client's own floor lowered
+        QTest::addColumn<bool>("accepted");
+        QTest::newRow("TLS 1.1") << "-tls1_1 -cipher DEFAULT@SECLEVEL=0" << false;
+        QTest::newRow("TLS 1.2 CBC") << "-tls1_2 -cipher ECDHE-ECDSA-AES128-SHA256" << false;
+        QTest::newRow("TLS 1.2 without forward secrecy") << "-tls1_2 -cipher AES128-GCM-SHA256" << false;
+        QTest::newRow("TLS 1.2 ChaCha20") << "-tls1_2 -cipher ECDHE-ECDSA-CHACHA20-POLY1305" << true;
+        QTest::newRow("TLS 1.3") << "-tls1_3" << true;
+    }
+
+    void tlsPolicy()
+    {
+        QFETCH(QString, options);
+        QFETCH(bool, accepted);
+        QProcess client;
+        client.start("openssl", QStringList{"s_client", "-connect", QString("127.0.0.1:%1").arg(m_tls.port()), "-brief"}
+                                    + options.split(' '));
+        client.closeWriteChannel();
+        QVERIFY(client.waitForFinished(30000));
+        const QByteArray out = client.readAllStandardOutput() + client.readAllStandardError();
+        QVERIFY2((client.exitCode() == 0 && out.contains("CONNECTION ESTABLISHED")) == accepted, out.constData());
+        if (!accepted)
+            return;
+        // The plug-in's bytes come through TLS as they are.
+        QStringList curl{"-sS", "-i", "-o", m_keys.filePath("info"), "--cacert", m_keys.filePath("cert.pem"),
+                         QString("https://127.0.0.1:%1/webapi/info").arg(m_tls.port())};
+        for (const QString &header : m_a->terminalHeaders())
+            curl << "-H" << header;
+        QFile info(m_keys.filePath("info"));
+        QVERIFY(QProcess::execute("curl", curl) == 0 && info.open(QIODevice::ReadOnly));
+        COMPARE_EXPECTED(maskTms(info.readAll()), "spine/info.http");
+    }
+
+    void refusedSettings_data()
+    {
+        QTest::addColumn<QString>("setting");  // NAME=value
+        QTest::addColumn<QString>("reason");
+        QTest::newRow("no plug-in") << "WEBAPI_PLUGIN=/nonexistent/libwebapi.so" << "does not exist";
+        QTest::newRow("not a library") << "WEBAPI_PLUGIN=" WEBAPI_TEST_DATA "/host/not-a-plugin.so" << "cannot load plug-in";
+        QTest::newRow("other interface") << "WEBAPI_PLUGIN=" + QLibraryInfo::location(QLibraryInfo::PluginsPath)
+                + "/sqldrivers/libqsqlmysql.so" << "is not an HTTP plug-in";
+        // A server that answers but refuses: waiting would not help.
+        QTest::newRow("no such InfoDB") << "WEBAPI_INFODB_NAME=no_such_infodb" << "cannot reach the InfoDB";
+        QTest::newRow("bad port") << "WEBAPI_LISTEN_PORT=70000" << "listen/port";
+        QTest::newRow("no lock wait") << "WEBAPI_SQL_TIMEOUT_LOCK=0" << "sql/timeout/lock";
+        QTest::newRow("plain HTTP beyond loopback") << "WEBAPI_LISTEN_ADDRESS=0.0.0.0" << "listen/insecure=true";
+        QTest::newRow("proxy not an address") << "WEBAPI_PROXY_TRUSTED=127.0.0.1,proxy.example" << "proxy/trusted";
+        QTest::newRow("certificate alone") << "WEBAPI_TLS_CERTIFICATE=" + m_keys.filePath("cert.pem") << "tls/certificate and tls/key";
+    }
+
+    void refusedSettings()
+    {
+        QFETCH(QString, setting);
+        QFETCH(QString, reason);
+        HostProcess host;
+        QVERIFY(!host.start(m_a->info().name(), {{setting.section('=', 0, 0), setting.section('=', 1)}}));
+        QCOMPARE(host.waitForExit(), 2);
+        // One line, naming the cause.
+        const QList<QByteArray> lines = host.log().trimmed().split('\n');
+        QVERIFY2(lines.size() == 1 && lines.first().startsWith("webapi-host: ") && lines.first().contains(reason.toUtf8()),
+                 host.log().constData());
+    }
+
+    void queuedRequestsGivenUp_data()
+    {
+        QTest::addColumn<GiveUp>("how");
+        QTest::newRow("at a stop") << AtStop;
+        QTest::newRow("past the deadline") << PastDeadline;
+        QTest::newRow("client gone") << ClientGone;
+    }
+
+    void queuedRequestsGivenUp()
+    {
+        QFETCH(GiveUp, how);
+        HostProcess host;
+        QVERIFY2(host.start(m_a->info().name(), {{"WEBAPI_THREADS", "1"}, {"WEBAPI_QUEUE_DEPTH", "1"},
+                                                 {"WEBAPI_QUEUE_DEADLINE", how == PastDeadline ? "1" : "3600"},
+                                                 {"WEBAPI_SQL_TIMEOUT_LOCK", "3600"}}),
+                 host.log().constData());
+        // The licence rows are read on every request: holding their table holds the one worker.
+        QVERIFY(m_a->customer().exec("LOCK TABLES vars WRITE"));
+        HttpConnection running(host.port());
+        QVERIFY(running.send(HttpConnection::format("GET", "/webapi/info", m_a->terminalHeaders())));
+        const QString waiting = "SELECT COUNT(*) FROM information_schema.PROCESSLIST WHERE DB = '" + m_a->customer().name()
+            + "' AND STATE LIKE 'Waiting for table metadata lock'";
+        QTRY_COMPARE_WITH_TIMEOUT(m_a->info().scalar(waiting).toInt(), 1, 10000);
+        // One of the two waits in the queue; the other finds it full.
+        std::unique_ptr<HttpConnection> posts[2];
+        for (int i = 0; i < 2; ++i) {
+            posts[i].reset(new HttpConnection(host.port()));
+            QVERIFY(posts[i]->send(HttpConnection::format("POST", "/webapi/entrance", m_a->terminalHeaders(m_tid),
+                                                          entranceBody(m_person, 7001 + i))));
+        }
+        QVERIFY(host.waitForLog("\"POST /webapi/entrance\" 503 "));
+        QCOMPARE(HttpConnection(host.port()).reply("GET", "/healthz").status, 200);
+        if (how == ClientGone) {
+            posts[0].reset();
+            posts[1].reset();
+            QVERIFY(host.waitForLog("\"POST /webapi/entrance\" 499 "));
+        }
+        if (how == AtStop)
+            host.signal(SIGTERM);
+        for (int i = 0; i < 2 && how != ClientGone; ++i)
+            COMPARE_EXPECTED(maskTms(posts[i]->readResponse()), "host/busy.http");
+        host.signal(SIGTERM);
+        QVERIFY(m_a->customer().exec("UNLOCK TABLES"));
+        QCOMPARE(HttpReply::parse(running.readResponse()).json().object().value("name").toString(), "Web API");
+        QCOMPARE(host.waitForExit(), 0);
+        // Given up means never run: no entrance of either post was stored, then or later.
+        QCOMPARE(m_a->customer().scalar("SELECT COUNT(*) FROM inters_data WHERE refId IN (7001, 7002)").toInt(), 0);
+    }
+
+    void oneLoginPerThread()
+    {
+        const auto thirds = [&](int count) {
+            return together(m_host.port(), 3, [&](HttpConnection &connection, int c) {
+                int failed = 0;
+                for (int i = c; i < count; i += 3)
+                    failed += people(connection).status != 200;
+                return failed;
+            });
+        };
+        QCOMPARE(thirds(30), 0);  // every thread that serves has logged in
+        const int before = status("Connections");
+        QCOMPARE(thirds(60), 0);
+        QVERIFY2(status("Connections") - before <= 4, "at most one login for each of the 4 threads");
+    }
+
+    void killedSessionReopened()
+    {
+        // A name beyond the BMP comes back whole only over utf8mb4: the reopened session sets it again.
+        const QString surname = QString::fromUtf8("Dvo\u0159\u00e1kov\u00e1 \U0001F600");
+        QVERIFY(m_a->customer().exec("UPDATE people SET surname = '" + surname + "' WHERE pid = 501"));
+        HttpConnection connection(m_host.port());
+        QCOMPARE(people(connection).status, 200);
+        // What a server restart, a lost cluster node or wait_timeout leaves the host with.
+        const QList<QVariantMap> sessions = m_a->customer().rows(
+            "SELECT ID FROM information_schema.PROCESSLIST WHERE DB = DATABASE() AND ID <> CONNECTION_ID()");
+        QVERIFY(!sessions.isEmpty());
+        for (const QVariantMap &session : sessions)
+            QVERIFY(m_a->customer().exec("KILL " + session.value("ID").toString()));
+        // The first statement finds the loss; the worker logs in again and answers.
+        for (int i = 0; i < 3; ++i)
+            QCOMPARE(people(connection).json().array().first().toObject().value("surname").toString(), surname);
+    }
+
+    void oneCustomerOnEveryThread()
+    {
+        // One database under a second token (a rotation) and under the first in capitals: with
+        // three threads they meet on several threads at once.
+        const QString rotated = m_a->token() + "-rotated";
+        QVERIFY(m_a->info().exec(QString("INSERT INTO `schemas` (token, name, user, pass, status) SELECT '%1', name, user, pass, 1 "
+                                          "FROM `schemas` WHERE token = '%2'").arg(rotated, m_a->token())));
+        HostProcess host;
+        QVERIFY2(host.start(m_a->info().name(), {{"WEBAPI_THREADS", "3"}}), host.log().constData());
+        const int before = status("Threads_connected");
+        const QStringList pragmas{"Pragma: " + m_a->token(), "Pragma: " + m_a->token().toUpper() + ":token", "Pragma: " + rotated};
+        const int failed = together(host.port(), 10, [&](HttpConnection &connection, int c) {
+            QStringList headers = m_a->terminalHeaders(m_tid);
+            int wrong = 0;
+            for (int i = 0; i < 30; ++i) {
+                headers.first() = pragmas.at((c + i) % pragmas.size());
+                wrong += connection.reply("GET", "/webapi/people", headers).json().array().size() != 1;
+            }
+            return wrong;
+        });
+        QCOMPARE(failed, 0);
+        // At most a customer and an InfoDB connection per thread more than before.
+        QVERIFY2(status("Threads_connected") - before <= 6, qPrintable(QString::number(status("Threads_connected") - before)));
+        QVERIFY(host.running() && !host.log().contains("duplicate connection name"));
+    }
+
+    void databaseComesBack()
+    {
+        QVERIFY(mariadb("stop"));
+        // A host started meanwhile waits for the server; a running one answers with a clean error.
+        HostProcess later;
+        QVERIFY(later.launch(m_a->info().name()));
+        QCOMPARE(post(777777).errorCode(), 100503);
+        QVERIFY2(later.waitForLog("retrying in"), later.log().constData());
+        QVERIFY(mariadb("start"));
+        // The terminal retries the same entrance until it is taken, then once more.
+        int answer = 503;
+        for (int attempt = 0; answer == 503 && attempt < 50; ++attempt)
+            answer = (QTest::qWait(100), post(777777).status);
+        QCOMPARE(answer, 201);
+        QCOMPARE(post(777777).status, 208);
+        QCOMPARE(m_a->customer().scalar("SELECT COUNT(*) FROM inters_data WHERE refId = 777777").toInt(), 1);
+        QVERIFY2(later.waitUntilListening(60000), later.log().constData());
+        HttpConnection terminal(later.port());
+        QCOMPARE(people(terminal).status, 200);
+    }
 
 private:
     int status(const QString &name)
@@ -51,18 +321,30 @@ private:
     }
     // scripts/mariadb on this suite's own server only; at a start this process's own handles,
     // which lost their server with it, log in again.
-    bool mariadb(const QString &command);
+    bool mariadb(const QString &command)
+    {
+        if (QProcess::execute(QStringLiteral(WEBAPI_SOURCE_DIR "/scripts/mariadb"), {command}) != 0)
+            return false;
+        if (command != "start" || !m_a)
+            return true;
+        for (QSqlDatabase db : {m_a->info().db(), m_a->customer().db()}) {
+            db.close();
+            if (!db.open() || !QSqlQuery(db).exec("SET NAMES utf8mb4"))
+                return false;
+        }
+        return true;
+    }
     // One request on a connection of its own: an idle one may be closed by the host meanwhile.
     HttpReply post(uint refId)
     {
         return HttpConnection(m_host.port()).reply("POST", "/webapi/entrance", m_a->terminalHeaders(m_tid), entranceBody(m_person, refId));
     }
+
     HttpReply people(HttpConnection &connection) { return connection.reply("GET", "/webapi/people", m_a->terminalHeaders(m_tid)); }
     // `clients` connections to `port` at once, each running `client` with its number; how many
     // of its requests failed in all.
     static int together(quint16 port, int clients, const std::function<int(HttpConnection &, int)> &client);
 
-    QString m_dir;
     quint16 m_port = 0;
     QTemporaryDir m_keys;  // the self-signed certificate and key
     QScopedPointer<ApiFixture> m_a;
@@ -71,29 +353,6 @@ private:
     HostProcess m_host;
     HostProcess m_tls;
 };
-
-bool TestHost::mariadb(const QString &command)
-{
-    QProcess script;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert("WEBAPI_DB_DIR", m_dir);
-    env.insert("WEBAPI_DB_PORT", QString::number(m_port));
-    script.setProcessEnvironment(env);
-    script.setProcessChannelMode(QProcess::MergedChannels);
-    script.start(QStringLiteral(WEBAPI_SOURCE_DIR "/scripts/mariadb"), {command});
-    if (!script.waitForFinished(120000) || script.exitStatus() != QProcess::NormalExit || script.exitCode() != 0) {
-        qWarning("scripts/mariadb %s: %s", qPrintable(command), script.readAll().constData());
-        return false;
-    }
-    if (command != "start" || !m_a)
-        return true;
-    for (QSqlDatabase db : {m_a->info().db(), m_a->customer().db()}) {
-        db.close();
-        if (!db.open() || !QSqlQuery(db).exec("SET NAMES utf8mb4"))
-            return false;
-    }
-    return true;
-}
 
 int TestHost::together(quint16 port, int clients, const std::function<int(HttpConnection &, int)> &client)
 {
@@ -107,299 +366,6 @@ int TestHost::together(quint16 port, int clients, const std::function<int(HttpCo
     for (std::thread &thread : threads)
         thread.join();
     return failed;
-}
-
-void TestHost::initTestCase()
-{
-    m_dir = QDir::cleanPath(QStringLiteral(WEBAPI_BIN_DIR "/../var/host-mariadb"));
-    {
-        QTcpServer probe;
-        QVERIFY(probe.listen(QHostAddress::LocalHost));
-        m_port = probe.serverPort();
-    }
-    // A server left running by an interrupted run listens on another port: start afresh.
-    QVERIFY(mariadb("stop") && mariadb("start"));
-    qputenv("WEBAPI_DB_PORT", QByteArray::number(m_port));  // TestServer and HostProcess follow it
-    QCOMPARE(QProcess::execute("openssl", QString("req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -keyout "
-                                                  "%1 -out %2 -days 2 -subj /CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1")
-                                              .arg(m_keys.filePath("key.pem"), m_keys.filePath("cert.pem")).split(' ')), 0);
-    m_a.reset(new ApiFixture("host_a"));
-    QVERIFY2(m_a->setUp(), qPrintable(m_a->error()));
-    m_tid = m_a->addTerminal(1001);
-    m_person = addPerson(*m_a);
-    QVERIFY2(m_host.start(m_a->info().name(), {{"WEBAPI_LIMITS_BODY", "100000"}, {"WEBAPI_LIMITS_TIMEOUT", "2"},
-                                               {"WEBAPI_AUTH_FAILURES", "3"}}),
-             m_host.log().constData());
-    QVERIFY2(m_tls.start(m_a->info().name(), {{"WEBAPI_TLS_CERTIFICATE", m_keys.filePath("cert.pem")},
-                                              {"WEBAPI_TLS_KEY", m_keys.filePath("key.pem")}}),
-             m_tls.log().constData());
-}
-
-void TestHost::cleanupTestCase()
-{
-    m_host.signal(SIGKILL);
-    m_tls.signal(SIGKILL);
-    m_a.reset();  // drops the scratch databases while the server still runs
-    if (m_port != 0)
-        QVERIFY(mariadb("stop"));
-}
-
-void TestHost::answersOnTheWire()
-{
-    // Each on a connection of its own, in this order: the guesses lead to the 429.
-    const QString pragma = "Pragma: " + m_a->token();
-    const QStringList guess{pragma, "Authorization: Bearer guess"};
-    const QList<QByteArray> requests{
-        HttpConnection::format("GET", "/webapi/info?q=1", m_a->terminalHeaders() << "X-Request-Id: id-1"),
-        HttpConnection::format("GET", "/healthz"),
-        HttpConnection::format("GET", "/index.html", {"Connection: close"}),
-        "HELLO THERE\r\n\r\n",
-        "POST /webapi/entrance HTTP/1.1\r\nHost: x\r\n" + pragma.toUtf8() + "\r\nContent-Length: 100001\r\n\r\n",
-        HttpConnection::format("GET", "/webapi/info", {"X-Pad: " + QString(17000, 'a')}),
-        HttpConnection::format("GET", "/webapi/info", {"Pragma: token' OR '1'='1"}),
-        HttpConnection::format("GET", "/webapi/info", guess),
-        HttpConnection::format("GET", "/webapi/info", guess),
-        HttpConnection::format("GET", "/webapi/info", guess),
-        HttpConnection::format("GET", "/webapi/info", m_a->terminalHeaders()),
-    };
-    QByteArray wire;
-    for (const QByteArray &raw : requests) {
-        HttpConnection connection(m_host.port(), QHostAddress("127.0.0.21"));
-        QVERIFY(connection.send(raw));
-        const QByteArray answer = maskTms(connection.readResponse());
-        const bool closes = answer.contains("Connection: close");
-        wire += answer + (connection.waitForClose(closes ? 5000 : 200) ? "\n[closed]\n" : "\n[open]\n");
-    }
-    // The window of the guesses may have begun a second before.
-    COMPARE_EXPECTED(wire.replace("Retry-After: 59\r", "Retry-After: 60\r"), "host/answers.http");
-    QVERIFY(m_host.waitForLog("127.0.0.21 \"GET /webapi/info\" 429 "));
-    QVERIFY(!m_host.log().contains(ApiFixture::kKey.toUtf8()));
-}
-
-void TestHost::pipelinedInOrder()
-{
-    HttpConnection connection(m_host.port());
-    const QStringList headers = m_a->terminalHeaders();
-    QVERIFY(connection.send(HttpConnection::format("GET", "/webapi/response-errors", headers)
-                            + HttpConnection::format("GET", "/nothing") + HttpConnection::format("GET", "/webapi/info", headers)));
-    QVERIFY(HttpReply::parse(connection.readResponse()).json().isArray());
-    QCOMPARE(HttpReply::parse(connection.readResponse()).status, 404);
-    QCOMPARE(HttpReply::parse(connection.readResponse()).json().object().value("name").toString(), "Web API");
-    QCOMPARE(connection.reply("GET", "/healthz").status, 200);
-}
-
-void TestHost::slowClientTimedOut()
-{
-    HttpConnection slow(m_host.port());
-    QVERIFY(slow.send("GET /webapi/info HTTP/1.1\r\nHost: x\r\n"));
-    QCOMPARE(HttpConnection(m_host.port()).reply("GET", "/healthz").status, 200);  // others are served meanwhile
-    QVERIFY(slow.send("X-Still: typing\r\n"));
-    QVERIFY(slow.waitForClose(10000));
-    QVERIFY(m_host.waitForLog("\"GET /webapi/info\" 408"));
-}
-
-void TestHost::tlsPolicy_data()
-{
-    QTest::addColumn<QString>("options");  // of openssl s_client, with the client's own floor lowered
-    QTest::addColumn<bool>("accepted");
-    QTest::newRow("TLS 1.1") << "-tls1_1 -cipher DEFAULT@SECLEVEL=0" << false;
-    QTest::newRow("TLS 1.2 CBC") << "-tls1_2 -cipher ECDHE-ECDSA-AES128-SHA256" << false;
-    QTest::newRow("TLS 1.2 without forward secrecy") << "-tls1_2 -cipher AES128-GCM-SHA256" << false;
-    QTest::newRow("TLS 1.2 ChaCha20") << "-tls1_2 -cipher ECDHE-ECDSA-CHACHA20-POLY1305" << true;
-    QTest::newRow("TLS 1.3") << "-tls1_3" << true;
-}
-
-void TestHost::tlsPolicy()
-{
-    QFETCH(QString, options);
-    QFETCH(bool, accepted);
-    QProcess client;
-    client.start("openssl", QStringList{"s_client", "-connect", QString("127.0.0.1:%1").arg(m_tls.port()), "-brief"}
-                                + options.split(' '));
-    client.closeWriteChannel();
-    QVERIFY(client.waitForFinished(30000));
-    const QByteArray out = client.readAllStandardOutput() + client.readAllStandardError();
-    QVERIFY2((client.exitCode() == 0 && out.contains("CONNECTION ESTABLISHED")) == accepted, out.constData());
-    if (!accepted)
-        return;
-    // The plug-in's bytes come through TLS as they are.
-    QStringList curl{"-sS", "-i", "-o", m_keys.filePath("info"), "--cacert", m_keys.filePath("cert.pem"),
-                     QString("https://127.0.0.1:%1/webapi/info").arg(m_tls.port())};
-    for (const QString &header : m_a->terminalHeaders())
-        curl << "-H" << header;
-    QFile info(m_keys.filePath("info"));
-    QVERIFY(QProcess::execute("curl", curl) == 0 && info.open(QIODevice::ReadOnly));
-    COMPARE_EXPECTED(maskTms(info.readAll()), "spine/info.http");
-}
-
-void TestHost::refusedSettings_data()
-{
-    QTest::addColumn<QString>("setting");  // NAME=value
-    QTest::addColumn<QString>("reason");
-    QTest::newRow("no plug-in") << "WEBAPI_PLUGIN=/nonexistent/libwebapi.so" << "does not exist";
-    QTest::newRow("not a library") << "WEBAPI_PLUGIN=" WEBAPI_TEST_DATA "/host/not-a-plugin.so" << "cannot load plug-in";
-    QTest::newRow("other interface") << "WEBAPI_PLUGIN=" + QLibraryInfo::location(QLibraryInfo::PluginsPath)
-            + "/sqldrivers/libqsqlmysql.so" << "is not an HTTP plug-in";
-    // A server that answers but refuses: waiting would not help.
-    QTest::newRow("no such InfoDB") << "WEBAPI_INFODB_NAME=no_such_infodb" << "cannot reach the InfoDB";
-    QTest::newRow("bad port") << "WEBAPI_LISTEN_PORT=70000" << "listen/port";
-    QTest::newRow("no lock wait") << "WEBAPI_SQL_TIMEOUT_LOCK=0" << "sql/timeout/lock";
-    QTest::newRow("plain HTTP beyond loopback") << "WEBAPI_LISTEN_ADDRESS=0.0.0.0" << "listen/insecure=true";
-    QTest::newRow("proxy not an address") << "WEBAPI_PROXY_TRUSTED=127.0.0.1,proxy.example" << "proxy/trusted";
-    QTest::newRow("certificate alone") << "WEBAPI_TLS_CERTIFICATE=" + m_keys.filePath("cert.pem") << "tls/certificate and tls/key";
-}
-
-void TestHost::refusedSettings()
-{
-    QFETCH(QString, setting);
-    QFETCH(QString, reason);
-    HostProcess host;
-    QVERIFY(!host.start(m_a->info().name(), {{setting.section('=', 0, 0), setting.section('=', 1)}}));
-    QCOMPARE(host.waitForExit(), 2);
-    // One line, naming the cause.
-    const QList<QByteArray> lines = host.log().trimmed().split('\n');
-    QVERIFY2(lines.size() == 1 && lines.first().startsWith("webapi-host: ") && lines.first().contains(reason.toUtf8()),
-             host.log().constData());
-}
-
-enum GiveUp { AtStop, PastDeadline, ClientGone };
-Q_DECLARE_METATYPE(GiveUp)
-
-void TestHost::queuedRequestsGivenUp_data()
-{
-    QTest::addColumn<GiveUp>("how");
-    QTest::newRow("at a stop") << AtStop;
-    QTest::newRow("past the deadline") << PastDeadline;
-    QTest::newRow("client gone") << ClientGone;
-}
-
-void TestHost::queuedRequestsGivenUp()
-{
-    QFETCH(GiveUp, how);
-    HostProcess host;
-    QVERIFY2(host.start(m_a->info().name(), {{"WEBAPI_THREADS", "1"}, {"WEBAPI_QUEUE_DEPTH", "1"},
-                                             {"WEBAPI_QUEUE_DEADLINE", how == PastDeadline ? "1" : "3600"},
-                                             {"WEBAPI_SQL_TIMEOUT_LOCK", "3600"}}),
-             host.log().constData());
-    // The licence rows are read on every request: holding their table holds the one worker.
-    QVERIFY(m_a->customer().exec("LOCK TABLES vars WRITE"));
-    HttpConnection running(host.port());
-    QVERIFY(running.send(HttpConnection::format("GET", "/webapi/info", m_a->terminalHeaders())));
-    const QString waiting = "SELECT COUNT(*) FROM information_schema.PROCESSLIST WHERE DB = '" + m_a->customer().name()
-        + "' AND STATE LIKE 'Waiting for table metadata lock'";
-    QTRY_COMPARE_WITH_TIMEOUT(m_a->info().scalar(waiting).toInt(), 1, 10000);
-    // One of the two waits in the queue; the other finds it full.
-    std::unique_ptr<HttpConnection> posts[2];
-    for (int i = 0; i < 2; ++i) {
-        posts[i].reset(new HttpConnection(host.port()));
-        QVERIFY(posts[i]->send(HttpConnection::format("POST", "/webapi/entrance", m_a->terminalHeaders(m_tid),
-                                                      entranceBody(m_person, 7001 + i))));
-    }
-    QVERIFY(host.waitForLog("\"POST /webapi/entrance\" 503 "));
-    QCOMPARE(HttpConnection(host.port()).reply("GET", "/healthz").status, 200);
-    if (how == ClientGone) {
-        posts[0].reset();
-        posts[1].reset();
-        QVERIFY(host.waitForLog("\"POST /webapi/entrance\" 499 "));
-    }
-    if (how == AtStop)
-        host.signal(SIGTERM);
-    for (int i = 0; i < 2 && how != ClientGone; ++i)
-        COMPARE_EXPECTED(maskTms(posts[i]->readResponse()), "host/busy.http");
-    host.signal(SIGTERM);
-    QVERIFY(m_a->customer().exec("UNLOCK TABLES"));
-    QCOMPARE(HttpReply::parse(running.readResponse()).json().object().value("name").toString(), "Web API");
-    QCOMPARE(host.waitForExit(), 0);
-    // Given up means never run: no entrance of either post was stored, then or later.
-    QCOMPARE(m_a->customer().scalar("SELECT COUNT(*) FROM inters_data WHERE refId IN (7001, 7002)").toInt(), 0);
-}
-
-void TestHost::retriedEntranceStoredOnce()
-{
-    QVERIFY(mariadb("stop"));
-    QCOMPARE(post(777777).errorCode(), 100503);
-    QVERIFY(mariadb("start"));
-    // The terminal retries the same entrance until it is taken, then once more.
-    int answer = 503;
-    for (int attempt = 0; answer == 503 && attempt < 50; ++attempt)
-        answer = (QTest::qWait(100), post(777777).status);
-    QCOMPARE(answer, 201);
-    QCOMPARE(post(777777).status, 208);
-    QCOMPARE(m_a->customer().scalar("SELECT COUNT(*) FROM inters_data WHERE refId = 777777").toInt(), 1);
-}
-
-void TestHost::startsBeforeTheDatabase()
-{
-    QVERIFY(mariadb("stop"));
-    HostProcess host;
-    QVERIFY(host.launch(m_a->info().name()));
-    // Waiting for the server, not giving up on it.
-    QVERIFY2(host.waitForLog("cannot reach the InfoDB") && host.waitForLog("retrying in"), host.log().constData());
-    QVERIFY(host.running());
-    QVERIFY(mariadb("start"));
-    QVERIFY2(host.waitUntilListening(60000), host.log().constData());
-    HttpConnection terminal(host.port());
-    QCOMPARE(people(terminal).status, 200);
-}
-
-void TestHost::oneLoginPerThread()
-{
-    const auto thirds = [&](int count) {
-        return together(m_host.port(), 3, [&](HttpConnection &connection, int c) {
-            int failed = 0;
-            for (int i = c; i < count; i += 3)
-                failed += people(connection).status != 200;
-            return failed;
-        });
-    };
-    QCOMPARE(thirds(30), 0);  // every thread that serves has logged in
-    const int before = status("Connections");
-    QCOMPARE(thirds(60), 0);
-    QVERIFY2(status("Connections") - before <= 4, "at most one login for each of the 4 threads");
-}
-
-void TestHost::killedSessionReopened()
-{
-    // A name beyond the BMP comes back whole only over utf8mb4: the reopened session sets it again.
-    const QString surname = QString::fromUtf8("Dvo\u0159\u00e1kov\u00e1 \U0001F600");
-    QVERIFY(m_a->customer().exec("UPDATE people SET surname = '" + surname + "' WHERE pid = 501"));
-    HttpConnection connection(m_host.port());
-    QCOMPARE(people(connection).status, 200);
-    // What a server restart, a lost cluster node or wait_timeout leaves the host with.
-    const QList<QVariantMap> sessions = m_a->customer().rows(
-        "SELECT ID FROM information_schema.PROCESSLIST WHERE DB = DATABASE() AND ID <> CONNECTION_ID()");
-    QVERIFY(!sessions.isEmpty());
-    for (const QVariantMap &session : sessions)
-        QVERIFY(m_a->customer().exec("KILL " + session.value("ID").toString()));
-    // The first statement finds the loss; the worker logs in again and answers.
-    for (int i = 0; i < 3; ++i)
-        QCOMPARE(people(connection).json().array().first().toObject().value("surname").toString(), surname);
-}
-
-void TestHost::oneCustomerOnEveryThread()
-{
-    // One database under a second token (a rotation) and under the first in capitals: with
-    // three threads they meet on several threads at once.
-    const QString rotated = m_a->token() + "-rotated";
-    QVERIFY(m_a->info().exec(QString("INSERT INTO `schemas` (token, name, user, pass, status) SELECT '%1', name, user, pass, 1 "
-                                      "FROM `schemas` WHERE token = '%2'").arg(rotated, m_a->token())));
-    HostProcess host;
-    QVERIFY2(host.start(m_a->info().name(), {{"WEBAPI_THREADS", "3"}}), host.log().constData());
-    const int before = status("Threads_connected");
-    const QStringList pragmas{"Pragma: " + m_a->token(), "Pragma: " + m_a->token().toUpper() + ":token", "Pragma: " + rotated};
-    const int failed = together(host.port(), 10, [&](HttpConnection &connection, int c) {
-        QStringList headers = m_a->terminalHeaders(m_tid);
-        int wrong = 0;
-        for (int i = 0; i < 30; ++i) {
-            headers.first() = pragmas.at((c + i) % pragmas.size());
-            wrong += connection.reply("GET", "/webapi/people", headers).json().array().size() != 1;
-        }
-        return wrong;
-    });
-    QCOMPARE(failed, 0);
-    // At most a customer and an InfoDB connection per thread more than before.
-    QVERIFY2(status("Threads_connected") - before <= 6, qPrintable(QString::number(status("Threads_connected") - before)));
-    QVERIFY(host.running() && !host.log().contains("duplicate connection name"));
 }
 
 QTEST_GUILESS_MAIN(TestHost)

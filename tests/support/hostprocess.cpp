@@ -9,7 +9,6 @@
 #include <QProcessEnvironment>
 #include <QRegularExpression>
 
-#include <signal.h>
 #include <sys/prctl.h>
 
 void BoundProcess::setupChildProcess()
@@ -18,18 +17,6 @@ void BoundProcess::setupChildProcess()
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::getppid() != m_parent)
         ::_exit(127);
-}
-
-HostProcess::HostProcess()
-{
-    if (m_logFile.open())
-        m_process.setStandardErrorFile(m_logFile.fileName());
-}
-
-HostProcess::~HostProcess()
-{
-    m_process.kill();
-    m_process.waitForFinished(5000);
 }
 
 bool HostProcess::launch(const QString &infoDb, const QMap<QString, QString> &settings)
@@ -56,23 +43,12 @@ bool HostProcess::waitUntilListening(int timeoutMs)
     return m_port != 0;
 }
 
-QByteArray HostProcess::log()
-{
-    return m_log += m_logFile.readAll();
-}
-
 bool HostProcess::waitForLog(const QByteArray &text, int timeoutMs)
 {
     QDeadlineTimer deadline(timeoutMs);
     while (!log().contains(text) && !deadline.hasExpired() && m_process.state() != QProcess::NotRunning)
         m_process.waitForFinished(20);
     return log().contains(text);
-}
-
-void HostProcess::signal(int number)
-{
-    if (m_process.processId() > 0)  // never 0: that would be this process's whole group
-        ::kill(pid_t(m_process.processId()), number);
 }
 
 int HostProcess::waitForExit(int timeoutMs)

@@ -9,6 +9,7 @@
 #include <QTcpSocket>
 #include <QTemporaryFile>
 
+#include <signal.h>
 #include <unistd.h>
 
 class ApiFixture;
@@ -28,8 +29,14 @@ private:
 class HostProcess
 {
 public:
-    HostProcess();
-    ~HostProcess();
+    // The host's stderr goes to a file: a pipe that a busy test does not drain would fill
+    // and stall the host in the middle of a write.
+    HostProcess()
+    {
+        if (m_logFile.open())
+            m_process.setStandardErrorFile(m_logFile.fileName());
+    }
+    ~HostProcess() { m_process.kill(); m_process.waitForFinished(5000); }
 
     // Starts with the given settings as environment variables (e.g. WEBAPI_LIMITS_BODY) on top
     // of the private server's InfoDB; true once it listens.
@@ -40,9 +47,13 @@ public:
     bool launch(const QString &infoDb, const QMap<QString, QString> &settings = {});
     bool waitUntilListening(int timeoutMs = 10000);
     quint16 port() const { return m_port; }
-    QByteArray log();  // everything the host wrote to stderr so far
+    QByteArray log() { return m_log += m_logFile.readAll(); }  // everything the host wrote to stderr so far
     bool waitForLog(const QByteArray &text, int timeoutMs = 10000);
-    void signal(int number);
+    void signal(int number)
+    {
+        if (m_process.processId() > 0)  // never 0: that would be this process's whole group
+            ::kill(pid_t(m_process.processId()), number);
+    }
     // The exit code once it ended (-1 for a crash), or -2 when it still runs.
     int waitForExit(int timeoutMs = 10000);
     bool running() const { return m_process.state() == QProcess::Running; }
@@ -50,8 +61,6 @@ public:
 
 private:
     BoundProcess m_process;
-    // The host's stderr goes to a file: a pipe that a busy test does not drain would fill
-    // and stall the host in the middle of a write.
     QTemporaryFile m_logFile;
     QString m_binary = QStringLiteral(WEBAPI_BIN_DIR "/webapi-host");
     QByteArray m_log;
@@ -74,7 +83,6 @@ public:
         return HttpReply::parse(send(format(method, path, headers, body)) ? readResponse() : QByteArray());
     }
     bool waitForClose(int timeoutMs);
-
     static QByteArray format(const QByteArray &method, const QByteArray &path, const QStringList &headers = {},
                              const QByteArray &body = QByteArray());
 
