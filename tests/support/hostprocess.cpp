@@ -69,12 +69,10 @@ HttpConnection::HttpConnection(quint16 port, const QHostAddress &from)
 
 bool HttpConnection::send(const QByteArray &raw)
 {
-    if (m_socket.write(raw) != raw.size())
-        return false;
-    while (m_socket.bytesToWrite() > 0)
-        if (!m_socket.waitForBytesWritten(10000))
-            return false;
-    return true;
+    bool written = m_socket.write(raw) == raw.size();
+    while (written && m_socket.bytesToWrite() > 0)
+        written = m_socket.waitForBytesWritten(10000);
+    return written;
 }
 
 QByteArray HttpConnection::readResponse(int timeoutMs)
