@@ -9,16 +9,12 @@
 #include "support/apifixture.h"
 #include "support/hostprocess.h"
 
-#include <QDir>
-#include <QLibraryInfo>
 #include <QSqlQuery>
 #include <QTcpServer>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <atomic>
 #include <memory>
-#include <signal.h>
 #include <thread>
 
 enum GiveUp { AtStop, PastDeadline, ClientGone };

@@ -1,15 +1,13 @@
 // The host's decisions without a process or a socket: who answers a request, what an answer
-// said, and its own errors in the plug-in's bytes.
+// said, what its metrics count and its reference page lists.
 #include "accesslog.h"
 #include "metrics.h"
 #include "requestdecision.h"
-#include "serverresponses.h"
 
 #include "apireference.h"
 #include "support/httpreply.h"
 #include "support/routelists.h"
 
-#include <QRegularExpression>
 #include <QtTest>
 
 namespace {
@@ -102,37 +100,30 @@ private slots:
     void pluginAnswer_data()
     {
         QTest::addColumn<QByteArray>("raw");
-        QTest::addColumn<int>("status");
-        QTest::addColumn<int>("code");
-        QTest::addColumn<QString>("reading");  // key: a refused key, customer: an unknown one, database: its error
-        const QByteArray head = "HTTP/1.1 %1\r\nContent-Type: application/json\r\n\r\n";
-        const auto raw = [&](const char *status, const char *body) { return QByteArray(head).replace("%1", status) + body; };
-        QTest::newRow("success with a code") << raw("200 OK", "{\"code\": 100007}") << 200 << 0 << "";
-        QTest::newRow("refused key") << QByteArray(kRefused) << 401 << 100007 << "key";
-        QTest::newRow("refused scheme") << raw("401 Unauthorized", "{\"code\": 100006, \"message\": \"Bad authorization 'Basic'\"}")
-                                        << 401 << 100006 << "key";
-        QTest::newRow("not licensed") << raw("401 Unauthorized", "{\"code\": 100006, \"message\": \"REST interface not licensed\"}")
-                                      << 401 << 100006 << "";
-        QTest::newRow("unknown customer") << QByteArray(kUnknown) << 503 << 100503 << "customer";
+        QTest::addColumn<QString>("reading");  // status, code, then key: a refused key, customer: an unknown one, database: its error
+        const auto raw = [](const char *status, const char *body) {
+            return "HTTP/1.1 " + QByteArray(status) + "\r\nContent-Type: application/json\r\n\r\n" + body;
+        };
+        QTest::newRow("success with a code") << raw("200 OK", "{\"code\": 100007}") << "200 0";
+        QTest::newRow("refused key") << QByteArray(kRefused) << "401 100007 key";
+        QTest::newRow("refused scheme") << raw("401 X", "{\"code\": 100006, \"message\": \"Bad authorization 'Basic'\"}") << "401 100006 key";
+        QTest::newRow("not licensed") << raw("401 X", "{\"code\": 100006, \"message\": \"REST interface not licensed\"}") << "401 100006";
+        QTest::newRow("unknown customer") << QByteArray(kUnknown) << "503 100503 customer";
         QTest::newRow("customer database down") << raw("503 X", "{\"code\": 100503, \"message\": \"Database 'c' not initialized!\"}")
-                                                << 503 << 100503 << "database";
-        QTest::newRow("failed statement") << raw("500 X", "{\"code\": 100501}") << 500 << 100501 << "database";
-        QTest::newRow("plain text error") << raw("404 Not Found", "not found\n") << 404 << 0 << "";
-        QTest::newRow("nothing") << QByteArray() << 0 << 0 << "";
+                                                << "503 100503 database";
+        QTest::newRow("failed statement") << raw("500 X", "{\"code\": 100501}") << "500 100501 database";
+        QTest::newRow("plain text error") << raw("404 Not Found", "not found\n") << "404 0";
+        QTest::newRow("nothing") << QByteArray() << "0 0";
     }
 
     void pluginAnswer()
     {
         QFETCH(QByteArray, raw);
-        QFETCH(int, status);
-        QFETCH(int, code);
-        QFETCH(QString, reading);
         const PluginAnswer answer = readPluginAnswer(raw);
-        QCOMPARE(answer.status, status);
-        QCOMPARE(answer.code, code);
-        QCOMPARE(answer.refusedKey(), reading == "key");
-        QCOMPARE(answer.unknownCustomer(), reading == "customer");
-        QCOMPARE(answer.databaseError(), reading == "database");
+        // Two readings at once would run together and match no row.
+        const QString reading = QString("%1 %2 %3%4%5").arg(answer.status).arg(answer.code).arg(
+            answer.refusedKey() ? "key" : "", answer.unknownCustomer() ? "customer" : "", answer.databaseError() ? "database" : "");
+        QTEST(reading.trimmed(), "reading");
     }
 
     void referencePage()

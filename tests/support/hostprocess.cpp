@@ -4,9 +4,7 @@
 #include "terminal/identifiers.h"
 
 #include <QDeadlineTimer>
-#include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcessEnvironment>
 #include <QRegularExpression>
 
 #include <sys/prctl.h>
