@@ -89,7 +89,6 @@ private slots:
         }
         // The window of the guesses may have begun a second before.
         COMPARE_EXPECTED(wire.replace("Retry-After: 59\r", "Retry-After: 60\r"), "host/answers.http");
-        QVERIFY(m_host.waitForLog("127.0.0.21 \"GET /webapi/info\" 429 "));
         QVERIFY(!m_host.log().contains(ApiFixture::kKey.toUtf8()));
     }
 
@@ -112,7 +111,6 @@ private slots:
         QCOMPARE(HttpConnection(m_host.port()).reply("GET", "/healthz").status, 200);  // others are served meanwhile
         QVERIFY(slow.send("X-Still: typing\r\n"));
         QVERIFY(slow.waitForClose(10000));
-        QVERIFY(m_host.waitForLog("\"GET /webapi/info\" 408"));
     }
 
     void tlsPolicy_data()
@@ -174,9 +172,8 @@ private slots:
         QVERIFY(!host.start(m_a->info().name(), {{setting.section('=', 0, 0), setting.section('=', 1)}}));
         QCOMPARE(host.waitForExit(), 2);
         // One line, naming the cause.
-        const QList<QByteArray> lines = host.log().trimmed().split('\n');
-        QVERIFY2(lines.size() == 1 && lines.first().startsWith("webapi-host: ") && lines.first().contains(reason.toUtf8()),
-                 host.log().constData());
+        const QByteArray log = host.log().trimmed();
+        QVERIFY2(!log.contains('\n') && log.startsWith("webapi-host: ") && log.contains(reason.toUtf8()), log.constData());
     }
 
     void queuedRequestsGivenUp_data()
@@ -199,8 +196,7 @@ private slots:
         QVERIFY(m_a->customer().exec("LOCK TABLES vars WRITE"));
         HttpConnection running(host.port());
         QVERIFY(running.send(HttpConnection::format("GET", "/webapi/info", m_a->terminalHeaders())));
-        const QString waiting = "SELECT COUNT(*) FROM information_schema.PROCESSLIST WHERE DB = '" + m_a->customer().name()
-            + "' AND STATE LIKE 'Waiting for table metadata lock'";
+        const QString waiting = "SELECT COUNT(*) FROM information_schema.PROCESSLIST WHERE STATE = 'Waiting for table metadata lock'";
         QTRY_COMPARE_WITH_TIMEOUT(m_a->info().scalar(waiting).toInt(), 1, 10000);
         // One of the two waits in the queue; the other finds it full.
         std::unique_ptr<HttpConnection> posts[2];

@@ -20,14 +20,14 @@ void BoundProcess::setupChildProcess()
 bool HostProcess::launch(const QString &infoDb, const QMap<QString, QString> &settings)
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    const QMap<QString, QString> base{{"WEBAPI_LISTEN_ADDRESS", "127.0.0.1"},  {"WEBAPI_LISTEN_PORT", "0"},
-                                      {"WEBAPI_THREADS", "4"},                 {"WEBAPI_INFODB_HOST", TestServer::host()},
-                                      {"WEBAPI_INFODB_PORT", QString::number(TestServer::port())},
-                                      {"WEBAPI_INFODB_NAME", infoDb},          {"WEBAPI_INFODB_USER", TestServer::user()},
-                                      {"WEBAPI_INFODB_PASSWORD", TestServer::password()}};
-    for (const auto &all : {base, settings})
-        for (auto it = all.cbegin(); it != all.cend(); ++it)
-            env.insert(it.key(), it.value());
+    QMap<QString, QString> all{{"WEBAPI_LISTEN_ADDRESS", "127.0.0.1"},  {"WEBAPI_LISTEN_PORT", "0"},
+                               {"WEBAPI_THREADS", "4"},                 {"WEBAPI_INFODB_HOST", TestServer::host()},
+                               {"WEBAPI_INFODB_PORT", QString::number(TestServer::port())},
+                               {"WEBAPI_INFODB_NAME", infoDb},          {"WEBAPI_INFODB_USER", TestServer::user()},
+                               {"WEBAPI_INFODB_PASSWORD", TestServer::password()}};
+    all.insert(settings);  // the test's settings win
+    for (auto it = all.cbegin(); it != all.cend(); ++it)
+        env.insert(it.key(), it.value());
     m_process.setProcessEnvironment(env);
     m_process.start(m_binary, QStringList());
     return m_process.waitForStarted(10000);
