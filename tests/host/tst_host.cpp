@@ -17,9 +17,6 @@
 #include <memory>
 #include <thread>
 
-enum GiveUp { AtStop, PastDeadline, ClientGone };
-Q_DECLARE_METATYPE(GiveUp)
-
 class TestHost : public QObject
 {
     Q_OBJECT
@@ -178,18 +175,17 @@ private slots:
 
     void queuedRequestsGivenUp_data()
     {
-        QTest::addColumn<GiveUp>("how");
-        QTest::newRow("at a stop") << AtStop;
-        QTest::newRow("past the deadline") << PastDeadline;
-        QTest::newRow("client gone") << ClientGone;
+        QTest::addColumn<QString>("how");
+        for (const char *how : {"at a stop", "past the deadline", "client gone"})
+            QTest::newRow(how) << how;
     }
 
     void queuedRequestsGivenUp()
     {
-        QFETCH(GiveUp, how);
+        QFETCH(QString, how);
         HostProcess host;
         QVERIFY2(host.start(m_a->info().name(), {{"WEBAPI_THREADS", "1"}, {"WEBAPI_QUEUE_DEPTH", "1"},
-                                                 {"WEBAPI_QUEUE_DEADLINE", how == PastDeadline ? "1" : "3600"},
+                                                 {"WEBAPI_QUEUE_DEADLINE", how == "past the deadline" ? "1" : "3600"},
                                                  {"WEBAPI_SQL_TIMEOUT_LOCK", "3600"}}),
                  host.log().constData());
         // The licence rows are read on every request: holding their table holds the one worker.
@@ -207,14 +203,14 @@ private slots:
         }
         QVERIFY(host.waitForLog("\"POST /webapi/entrance\" 503 "));
         QCOMPARE(HttpConnection(host.port()).reply("GET", "/healthz").status, 200);
-        if (how == ClientGone) {
-            posts[0].reset();
-            posts[1].reset();
+        if (how == "client gone") {
+            for (auto &post : posts)
+                post.reset();
             QVERIFY(host.waitForLog("\"POST /webapi/entrance\" 499 "));
         }
-        if (how == AtStop)
+        if (how == "at a stop")
             host.signal(SIGTERM);
-        for (int i = 0; i < 2 && how != ClientGone; ++i)
+        for (int i = 0; i < 2 && how != "client gone"; ++i)
             COMPARE_EXPECTED(maskTms(posts[i]->readResponse()), "host/busy.http");
         host.signal(SIGTERM);
         QVERIFY(m_a->customer().exec("UNLOCK TABLES"));
@@ -273,7 +269,7 @@ private slots:
         QVERIFY(mariadb("stop"));
         // A host started meanwhile waits for the server; a running one answers with a clean error.
         HostProcess later;
-        QVERIFY(later.launch(m_a->info().name()));
+        QVERIFY(later.start(m_a->info().name(), {}, false));
         QCOMPARE(post(777777).errorCode(), 100503);
         QVERIFY2(later.waitForLog("retrying in"), later.log().constData());
         QVERIFY(mariadb("start"));

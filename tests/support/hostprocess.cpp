@@ -17,7 +17,7 @@ void BoundProcess::setupChildProcess()
         ::_exit(127);
 }
 
-bool HostProcess::launch(const QString &infoDb, const QMap<QString, QString> &settings)
+bool HostProcess::start(const QString &infoDb, const QMap<QString, QString> &settings, bool listening)
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     QMap<QString, QString> all{{"WEBAPI_LISTEN_ADDRESS", "127.0.0.1"},  {"WEBAPI_LISTEN_PORT", "0"},
@@ -30,7 +30,7 @@ bool HostProcess::launch(const QString &infoDb, const QMap<QString, QString> &se
         env.insert(it.key(), it.value());
     m_process.setProcessEnvironment(env);
     m_process.start(m_binary, QStringList());
-    return m_process.waitForStarted(10000);
+    return m_process.waitForStarted(10000) && (!listening || waitUntilListening());
 }
 
 bool HostProcess::waitUntilListening(int timeoutMs)

@@ -39,12 +39,8 @@ public:
     ~HostProcess() { m_process.kill(); m_process.waitForFinished(5000); }
 
     // Starts with the given settings as environment variables (e.g. WEBAPI_LIMITS_BODY) on top
-    // of the private server's InfoDB; true once it listens.
-    bool start(const QString &infoDb, const QMap<QString, QString> &settings = {})
-    {
-        return launch(infoDb, settings) && waitUntilListening();
-    }
-    bool launch(const QString &infoDb, const QMap<QString, QString> &settings = {});
+    // of the private server's InfoDB; true once it listens, or without `listening` once it runs.
+    bool start(const QString &infoDb, const QMap<QString, QString> &settings = {}, bool listening = true);
     bool waitUntilListening(int timeoutMs = 10000);
     quint16 port() const { return m_port; }
     QByteArray log() { return m_log += m_logFile.readAll(); }  // everything the host wrote to stderr so far
