@@ -116,7 +116,6 @@ private slots:
         QTest::addColumn<bool>("accepted");
         QTest::newRow("TLS 1.1") << "-tls1_1 -cipher DEFAULT@SECLEVEL=0" << false;
         QTest::newRow("TLS 1.2 CBC") << "-tls1_2 -cipher ECDHE-ECDSA-AES128-SHA256" << false;
-        QTest::newRow("TLS 1.2 without forward secrecy") << "-tls1_2 -cipher AES128-GCM-SHA256" << false;
         QTest::newRow("TLS 1.2 ChaCha20") << "-tls1_2 -cipher ECDHE-ECDSA-CHACHA20-POLY1305" << true;
         QTest::newRow("TLS 1.3") << "-tls1_3" << true;
     }
