@@ -37,10 +37,8 @@ private slots:
     void cleanup()
     {
         m_manager.reset();
-        for (const QString &name : QSqlDatabase::connectionNames()) {
-            if (name.contains("_dbc_"))
-                QSqlDatabase::removeDatabase(name);
-        }
+        for (const QString &name : QSqlDatabase::connectionNames().filter("_dbc_"))
+            QSqlDatabase::removeDatabase(name);
     }
     void manager_data()
     {

@@ -21,18 +21,10 @@ struct Reader
     int pos = 0;
 
     quint8 byte() { return pos < bytes.size() ? quint8(bytes.at(pos++)) : 0; }
-    quint64 bits(int count)
-    {
-        quint64 value = 0;
-        while (count-- > 0)
-            value = (value << 8) | byte();
-        return value;
-    }
     QByteArray chunk(int size)
     {
-        const QByteArray part = bytes.mid(pos, size);
-        pos += part.size();
-        return part;
+        pos += size;
+        return bytes.mid(pos - size, size);
     }
     QString text()
     {
@@ -40,8 +32,10 @@ struct Reader
         QString units;
         switch (head >> 6) {
         case 0:
-            for (int i = 0; i < (head & 0x3f) && pos < bytes.size(); ++i)
-                units.append(QChar(ushort(bits(2))));
+            for (int i = 0; i < (head & 0x3f) && pos < bytes.size(); ++i) {
+                const quint8 high = byte();
+                units.append(QChar(ushort(high << 8 | byte())));
+            }
             return units;
         case 1: return QString::fromUtf8(chunk(head & 0x3f));
         case 2: return QString::fromLatin1(chunk(head & 0x3f));
@@ -51,12 +45,18 @@ struct Reader
     QVariant value(int depth)
     {
         const quint8 kind = byte() % 12;
-        const int size = kind >= 8 && kind <= 9 && depth < 8 ? byte() % 6 : 0;
+        quint64 raw = 0;
+        for (int i = 0; i < 8 && kind < 7; ++i)
+            raw = raw << 8 | byte();
+        double d;
+        std::memcpy(&d, &raw, sizeof d);
+        const int size = (kind == 8 || kind == 9) && depth < 8 ? byte() % 6 : 0;
         QVariantList list;
         QVariantMap map;
-        double d;
-        const quint64 raw = bits(kind < 7 ? 8 : 0);
-        std::memcpy(&d, &raw, sizeof d);
+        for (int i = 0; i < size; ++i) {
+            const QString key = kind == 9 ? text() : QString();
+            kind == 9 ? void(map.insert(key, value(depth + 1))) : list.append(value(depth + 1));
+        }
         switch (kind) {
         case 0: return QVariant();
         case 1: return QVariant(bool(raw & 1));
@@ -66,16 +66,8 @@ struct Reader
         case 5: return int(raw);
         case 6: return QDateTime::fromSecsSinceEpoch(qint64(raw >> 32));
         case 7: return chunk(byte() % 16);
-        case 8:
-            for (int i = 0; i < size; ++i)
-                list.append(value(depth + 1));
-            return list;
-        case 9:
-            for (int i = 0; i < size; ++i) {
-                const QString key = text();
-                map.insert(key, value(depth + 1));
-            }
-            return map;
+        case 8: return list;
+        case 9: return map;
         case 10: return QVariant::fromValue(nullptr);
         default: return text();
         }

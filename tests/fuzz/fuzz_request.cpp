@@ -69,17 +69,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     ApiFixture &api = fixture();
     const QByteArray raw(reinterpret_cast<const char *>(data), int(size));
     const int headEnd = raw.indexOf("\n\n");
-    QList<QByteArray> lines = raw.left(headEnd).split('\n');  // all of it when there is no body
-    const QByteArray method = lines.takeFirst();
-    const QByteArray target = lines.isEmpty() ? QByteArray("/webapi") : lines.takeFirst();
+    // All of it when there is no body: the method, the target, then header lines.
+    const QList<QByteArray> lines = substitute(raw.left(headEnd)).split('\n');
+    const QByteArray target = lines.value(1, "/webapi");
     QStringList headers;
-    for (const QByteArray &line : lines)
-        headers.append(QString::fromUtf8(substitute(line)));
+    for (const QByteArray &line : lines.mid(2))
+        headers.append(QString::fromUtf8(line));
     // As the host makes it: the URL from the raw target.
-    const QUrl url = QUrl::fromEncoded("http://127.0.0.1:8080" + substitute(target));
+    const QUrl url = QUrl::fromEncoded("http://127.0.0.1:8080" + target);
     const QByteArray body = headEnd < 0 ? QByteArray() : substitute(raw.mid(headEnd + 2));
     // Whatever came in, one whole HTTP response goes out.
-    if (!HttpReply::parse(api.worker()->buildResponse(QString::fromUtf8(method), url, headers, body)).valid)
+    if (!HttpReply::parse(api.worker()->buildResponse(QString::fromUtf8(lines.first()), url, headers, body)).valid)
         std::abort();
     return 0;
 }

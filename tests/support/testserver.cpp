@@ -125,10 +125,9 @@ QList<QVariantMap> TestDatabase::rows(const QString &sql)
     QList<QVariantMap> result;
     QSqlQuery query(db());
     for (run(query, sql, &m_error); query.next();) {
-        QVariantMap row;
+        result.append(QVariantMap());
         for (int i = 0; i < query.record().count(); ++i)
-            row.insert(query.record().fieldName(i), query.value(i));
-        result.append(row);
+            result.last().insert(query.record().fieldName(i), query.value(i));
     }
     return result;
 }

@@ -30,7 +30,7 @@ private slots:
         documented.sort();
         QCOMPARE(documented, RouteLists().routes());
 
-        // The catalogue as tst_response pins it against the code, in the same order.
+        // The catalogue as GET response-errors serves it, in the same order.
         const auto rows = [](const QVariantList &list, const char *status) {
             QStringList listed;
             for (const QVariant &row : list) {
@@ -40,7 +40,7 @@ private slots:
             return listed;
         };
         QCOMPARE(rows(doc.value("x-error-codes").toList(), "status"),
-                 rows(QJsonDocument::fromJson(testData("response/errors.json")).toVariant().toList(), "statusCode"));
+                 rows(HttpReply::parse(testData("spine/response-errors.http")).json().toVariant().toList(), "statusCode"));
     }
 };
 
