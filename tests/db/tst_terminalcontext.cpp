@@ -180,8 +180,7 @@ private slots:
         for (int key = 8001; key < 8006; ++key) {
             // Each copy on a thread and connection of its own, released together.
             QSemaphore ready, go;
-            HttpReply replies[2];
-            QThread *threads[2];
+            HttpReply replies[2]; QThread *threads[2];
             for (int i = 0; i < 2; ++i) {
                 threads[i] = QThread::create([&, i]() {
                     WebApiWorker worker(QStringLiteral("2.4.1"));

@@ -40,8 +40,7 @@ private slots:
     {
         // Local midnights differ from UTC ones here, which is what the texts must follow:
         // 2024-03-31 00:30 local is 2024-03-30 23:30 UTC.
-        qputenv("TZ", "Europe/Prague");
-        tzset();
+        qputenv("TZ", "Europe/Prague"); tzset();
         QCOMPARE(secsToIsoDateTime(1711841400), QStringLiteral("2024-03-31T00:30:00"));
         QCOMPARE(secsToIsoDate(1711841400), QStringLiteral("2024-03-31"));
         QCOMPARE(isoToSecs(QStringLiteral("2024-07-01T12:00:00")), Q_INT64_C(1719828000));
