@@ -27,11 +27,8 @@ private slots:
         // A server left running by an interrupted run listens on another port: start afresh.
         qputenv("WEBAPI_DB_DIR", QDir::cleanPath(WEBAPI_BIN_DIR "/../var/host-mariadb").toUtf8());
         QVERIFY(mariadb("stop"));
-        {
-            QTcpServer probe;
-            QVERIFY(probe.listen(QHostAddress::LocalHost));
-            m_port = probe.serverPort();
-        }
+        m_port = [] { QTcpServer probe; return probe.listen(QHostAddress::LocalHost) ? probe.serverPort() : quint16(0); }();
+        QVERIFY(m_port != 0);
         qputenv("WEBAPI_DB_PORT", QByteArray::number(m_port));  // the scripts, TestServer and HostProcess follow it
         QVERIFY(mariadb("start"));
         QCOMPARE(QProcess::execute("openssl", QString("req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -keyout "
@@ -62,7 +59,7 @@ private slots:
     {
         // Each on a connection of its own, in this order: the guesses lead to the 429.
         const QString pragma = "Pragma: " + m_a->token();
-        const QStringList guess{pragma, "Authorization: Bearer guess"};
+        const QByteArray guess = HttpConnection::format("GET", "/webapi/info", {pragma, "Authorization: Bearer guess"});
         const QList<QByteArray> requests{
             HttpConnection::format("GET", "/webapi/info?q=1", m_a->terminalHeaders() << "X-Request-Id: id-1"),
             HttpConnection::format("GET", "/healthz"),
@@ -71,9 +68,7 @@ private slots:
             "POST /webapi/entrance HTTP/1.1\r\nHost: x\r\n" + pragma.toUtf8() + "\r\nContent-Length: 100001\r\n\r\n",
             HttpConnection::format("GET", "/webapi/info", {"X-Pad: " + QString(17000, 'a')}),
             HttpConnection::format("GET", "/webapi/info", {"Pragma: token' OR '1'='1"}),
-            HttpConnection::format("GET", "/webapi/info", guess),
-            HttpConnection::format("GET", "/webapi/info", guess),
-            HttpConnection::format("GET", "/webapi/info", guess),
+            guess, guess, guess,
             HttpConnection::format("GET", "/webapi/info", m_a->terminalHeaders()),
         };
         QByteArray wire;
@@ -81,8 +76,7 @@ private slots:
             HttpConnection connection(m_host.port(), QHostAddress("127.0.0.21"));
             QVERIFY(connection.send(raw));
             const QByteArray answer = maskTms(connection.readResponse());
-            const bool closes = answer.contains("Connection: close");
-            wire += answer + (connection.waitForClose(closes ? 5000 : 200) ? "\n[closed]\n" : "\n[open]\n");
+            wire += answer + (connection.waitForClose(answer.contains("Connection: close") ? 5000 : 200) ? "\n[closed]\n" : "\n[open]\n");
         }
         // The window of the guesses may have begun a second before.
         COMPARE_EXPECTED(wire.replace("Retry-After: 59\r", "Retry-After: 60\r"), "host/answers.http");
@@ -284,18 +278,14 @@ private slots:
     }
 
 private:
-    int status(const QString &name)
-    {
-        return m_a->info().rows("SHOW GLOBAL STATUS LIKE '" + name + "'").value(0).value("Value").toInt();
-    }
+    int status(const QString &name) { return m_a->info().rows("SHOW GLOBAL STATUS LIKE '" + name + "'").value(0).value("Value").toInt(); }
     // scripts/mariadb on this suite's own server only; at a start this process's own handles,
     // which lost their server with it, log in again.
     bool mariadb(const QString &command)
     {
-        if (QProcess::execute(QStringLiteral(WEBAPI_SOURCE_DIR "/scripts/mariadb"), {command}) != 0)
-            return false;
-        if (command != "start" || !m_a)
-            return true;
+        const bool ran = QProcess::execute(QStringLiteral(WEBAPI_SOURCE_DIR "/scripts/mariadb"), {command}) == 0;
+        if (!ran || command != "start" || !m_a)
+            return ran;
         for (QSqlDatabase db : {m_a->info().db(), m_a->customer().db()}) {
             db.close();
             if (!db.open() || !QSqlQuery(db).exec("SET NAMES utf8mb4"))
@@ -333,10 +323,8 @@ private:
     quint16 m_port = 0;
     QTemporaryDir m_keys;  // the self-signed certificate and key
     QScopedPointer<ApiFixture> m_a;
-    QString m_tid;
-    QString m_person;
-    HostProcess m_host;
-    HostProcess m_tls;
+    QString m_tid, m_person;
+    HostProcess m_host, m_tls;
 };
 
 QTEST_GUILESS_MAIN(TestHost)

@@ -10,13 +10,8 @@
 
 #include <QtTest>
 
-namespace {
-
-const int kLimit = 3;
-const char *const kRefused = "HTTP/1.1 401 Unauthorized\r\n\r\n{\"code\": 100007, \"message\": \"Invalid API token 'x'\"}";
-const char *const kUnknown = "HTTP/1.1 503 Service Unavailable\r\n\r\n{\"code\": 100503, \"message\": \"Database '' not initialized!\"}";
-
-} // namespace
+static const char *const kRefused = "HTTP/1.1 401 Unauthorized\r\n\r\n{\"code\": 100007, \"message\": \"Invalid API token 'x'\"}";
+static const char *const kUnknown = "HTTP/1.1 503 Service Unavailable\r\n\r\n{\"code\": 100503, \"message\": \"Database '' not initialized!\"}";
 
 class TestHostDecision : public QObject
 {
@@ -54,7 +49,6 @@ private slots:
         add("window over", a, "plugin token-a", "kkk", 60, "10.0.0.1");
         add("guessed customers", "GET /webapi/x|Pragma: token-b|X-Forwarded-For: 10.0.0.1", "HTTP/1.1 429 Too Many Requests 60", "ccc",
             0, "10.0.0.1");
-        add("another client", "GET /webapi/info|Pragma: token-a|X-Forwarded-For: 10.0.0.2", "plugin token-a", "kkk", 0, "10.0.0.2");
         // Left of the client are its own words; trusted hops right of it are skipped.
         add("behind proxies", "GET /webapi/x|Pragma: token-a|X-Forwarded-For: 192.0.2.7, 10.0.0.1, 127.0.0.2",
             "HTTP/1.1 429 Too Many Requests 60", "kkk", 0, "10.0.0.1");
@@ -70,13 +64,12 @@ private slots:
     void decision()
     {
         QFETCH(QString, request);
-        QFETCH(QByteArray, answer);
         QFETCH(QString, guesses);
         QFETCH(int, later);
         QFETCH(QString, client);
         QFETCH(int, end);
         const HostRoutes routes{{"/webapi"}, true, TrustedProxies({"127.0.0.2", "127.0.0.9"})};
-        AuthThrottle throttle(kLimit);
+        AuthThrottle throttle(3);
         const auto start = AuthThrottle::Clock::now();
         for (const QChar guess : guesses)
             throttle.recordResponse("10.0.0.1", "token-a", readPluginAnswer(guess == 'k' ? kRefused : kUnknown), start);
@@ -92,7 +85,7 @@ private slots:
         const QByteArray did = decision.kind == Decision::Answer
             ? head + ' ' + HttpReply::parse(QByteArray::fromStdString(decision.answer)).header("Retry-After")
             : kinds[decision.kind] + decision.token.toUtf8();
-        QCOMPARE(did.trimmed(), answer);
+        QTEST(did.trimmed(), "answer");
         QCOMPARE(decision.keepAlive, end == int(ReadEnd::Whole));
         QCOMPARE(decision.client, client.toStdString());
     }
@@ -101,9 +94,7 @@ private slots:
     {
         QTest::addColumn<QByteArray>("raw");
         QTest::addColumn<QString>("reading");  // status, code, then key: a refused key, customer: an unknown one, database: its error
-        const auto raw = [](const char *status, const char *body) {
-            return "HTTP/1.1 " + QByteArray(status) + "\r\nContent-Type: application/json\r\n\r\n" + body;
-        };
+        const auto raw = [](const char *status, const char *body) { return "HTTP/1.1 " + QByteArray(status) + "\r\n\r\n" + body; };
         QTest::newRow("success with a code") << raw("200 OK", "{\"code\": 100007}") << "200 0";
         QTest::newRow("refused key") << QByteArray(kRefused) << "401 100007 key";
         QTest::newRow("refused scheme") << raw("401 X", "{\"code\": 100006, \"message\": \"Bad authorization 'Basic'\"}") << "401 100006 key";

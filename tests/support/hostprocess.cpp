@@ -9,6 +9,8 @@
 
 #include <sys/prctl.h>
 
+#include <utility>
+
 void BoundProcess::setupChildProcess()
 {
     // In the child, before exec. A parent that died before the call is caught by the check.
@@ -20,10 +22,9 @@ void BoundProcess::setupChildProcess()
 bool HostProcess::start(const QString &infoDb, const QMap<QString, QString> &settings, bool listening)
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    QMap<QString, QString> all{{"WEBAPI_LISTEN_ADDRESS", "127.0.0.1"},  {"WEBAPI_LISTEN_PORT", "0"},
-                               {"WEBAPI_THREADS", "4"},                 {"WEBAPI_INFODB_HOST", TestServer::host()},
-                               {"WEBAPI_INFODB_PORT", QString::number(TestServer::port())},
-                               {"WEBAPI_INFODB_NAME", infoDb},          {"WEBAPI_INFODB_USER", TestServer::user()},
+    QMap<QString, QString> all{{"WEBAPI_LISTEN_ADDRESS", "127.0.0.1"}, {"WEBAPI_LISTEN_PORT", "0"}, {"WEBAPI_THREADS", "4"},
+                               {"WEBAPI_INFODB_HOST", TestServer::host()}, {"WEBAPI_INFODB_PORT", QString::number(TestServer::port())},
+                               {"WEBAPI_INFODB_NAME", infoDb}, {"WEBAPI_INFODB_USER", TestServer::user()},
                                {"WEBAPI_INFODB_PASSWORD", TestServer::password()}};
     all.insert(settings);  // the test's settings win
     for (auto it = all.cbegin(); it != all.cend(); ++it)
@@ -35,9 +36,8 @@ bool HostProcess::start(const QString &infoDb, const QMap<QString, QString> &set
 
 bool HostProcess::waitUntilListening(int timeoutMs)
 {
-    const QRegularExpression listening(QStringLiteral("listening on https?://[0-9.]+:(\\d+)"));
     if (waitForLog("listening on http", timeoutMs))
-        m_port = quint16(listening.match(QString::fromUtf8(m_log)).captured(1).toUInt());
+        m_port = quint16(QRegularExpression("listening on https?://[0-9.]+:(\\d+)").match(QString::fromUtf8(m_log)).captured(1).toUInt());
     return m_port != 0;
 }
 
@@ -53,7 +53,6 @@ int HostProcess::waitForExit(int timeoutMs)
 {
     if (!m_process.waitForFinished(timeoutMs) && m_process.state() != QProcess::NotRunning)
         return -2;
-    log();
     return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
 }
 
@@ -80,11 +79,8 @@ QByteArray HttpConnection::readResponse(int timeoutMs)
     for (;;) {
         const int headEnd = m_pending.indexOf("\r\n\r\n");
         const int total = headEnd + 4 + length.match(QString::fromLatin1(m_pending.left(headEnd))).captured(1).toInt();
-        if (headEnd >= 0 && m_pending.size() >= total) {
-            const QByteArray response = m_pending.left(total);
-            m_pending.remove(0, total);
-            return response;
-        }
+        if (headEnd >= 0 && m_pending.size() >= total)
+            return std::exchange(m_pending, m_pending.mid(total)).left(total);
         if (deadline.hasExpired()
             || (m_socket.bytesAvailable() == 0 && !m_socket.waitForReadyRead(int(qMax<qint64>(1, deadline.remainingTime())))))
             return QByteArray();
@@ -92,8 +88,7 @@ QByteArray HttpConnection::readResponse(int timeoutMs)
     }
 }
 
-QByteArray HttpConnection::format(const QByteArray &method, const QByteArray &path, const QStringList &headers,
-                                  const QByteArray &body)
+QByteArray HttpConnection::format(const QByteArray &method, const QByteArray &path, const QStringList &headers, const QByteArray &body)
 {
     QByteArray raw = method + ' ' + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n";
     for (const QString &header : headers)
@@ -126,6 +121,6 @@ QString addPerson(ApiFixture &fx)
 
 QByteArray entranceBody(const QString &person, uint refId)
 {
-    const QJsonObject body{{"uid", person}, {"iid", 1}, {"type", 1}, {"refId", int(refId)}, {"date", "2024-05-02T07:30:00"}};
-    return QJsonDocument(body).toJson(QJsonDocument::Compact);
+    return QJsonDocument(QJsonObject{{"uid", person}, {"iid", 1}, {"type", 1}, {"refId", int(refId)}, {"date", "2024-05-02T07:30:00"}})
+        .toJson(QJsonDocument::Compact);
 }

@@ -18,11 +18,10 @@ class ApiFixture;
 // in any way (a crash, a time limit's SIGKILL), where no destructor runs.
 class BoundProcess : public QProcess
 {
+    const pid_t m_parent = ::getpid();
+
 protected:
     void setupChildProcess() override;
-
-private:
-    const pid_t m_parent = ::getpid();
 };
 
 // The real webapi-host binary on a free loopback port, against the private MariaDB.
@@ -31,11 +30,7 @@ class HostProcess
 public:
     // The host's stderr goes to a file: a pipe that a busy test does not drain would fill
     // and stall the host in the middle of a write.
-    HostProcess()
-    {
-        if (m_logFile.open())
-            m_process.setStandardErrorFile(m_logFile.fileName());
-    }
+    HostProcess() { if (m_logFile.open()) m_process.setStandardErrorFile(m_logFile.fileName()); }
     ~HostProcess() { m_process.kill(); m_process.waitForFinished(5000); }
 
     // Starts with the given settings as environment variables (e.g. WEBAPI_LIMITS_BODY) on top
@@ -45,11 +40,8 @@ public:
     quint16 port() const { return m_port; }
     QByteArray log() { return m_log += m_logFile.readAll(); }  // everything the host wrote to stderr so far
     bool waitForLog(const QByteArray &text, int timeoutMs = 10000);
-    void signal(int number)
-    {
-        if (m_process.processId() > 0)  // never 0: that would be this process's whole group
-            ::kill(pid_t(m_process.processId()), number);
-    }
+    // Never to pid 0: that would be this process's whole group.
+    void signal(int number) { if (m_process.processId() > 0) ::kill(pid_t(m_process.processId()), number); }
     // The exit code once it ended (-1 for a crash), or -2 when it still runs.
     int waitForExit(int timeoutMs = 10000);
     bool running() const { return m_process.state() == QProcess::Running; }
@@ -73,14 +65,12 @@ public:
     bool send(const QByteArray &raw);
     // One whole response (head and Content-Length body); empty when none came in time.
     QByteArray readResponse(int timeoutMs = 10000);
-    HttpReply reply(const QByteArray &method, const QByteArray &path, const QStringList &headers = {},
-                    const QByteArray &body = QByteArray())
+    HttpReply reply(const QByteArray &method, const QByteArray &path, const QStringList &headers = {}, const QByteArray &body = {})
     {
         return HttpReply::parse(send(format(method, path, headers, body)) ? readResponse() : QByteArray());
     }
     bool waitForClose(int timeoutMs);
-    static QByteArray format(const QByteArray &method, const QByteArray &path, const QStringList &headers = {},
-                             const QByteArray &body = QByteArray());
+    static QByteArray format(const QByteArray &method, const QByteArray &path, const QStringList &headers = {}, const QByteArray &body = {});
 
 private:
     QTcpSocket m_socket;
