@@ -176,6 +176,7 @@ private slots:
     void queuedRequestsGivenUp()
     {
         QFETCH(QString, how);
+        const int aborted = status("Aborted_clients");
         HostProcess host;
         QVERIFY2(host.start(m_a->info().name(), {{"WEBAPI_THREADS", "1"}, {"WEBAPI_QUEUE_DEPTH", "1"},
                                                  {"WEBAPI_QUEUE_DEADLINE", how == "past the deadline" ? "1" : "3600"},
@@ -209,6 +210,7 @@ private slots:
         QVERIFY(m_a->customer().exec("UNLOCK TABLES"));
         QCOMPARE(HttpReply::parse(running.readResponse()).json().object().value("name").toString(), "Web API");
         QCOMPARE(host.waitForExit(), 0);
+        QCOMPARE(status("Aborted_clients"), aborted);  // a stop logs out of the server, never just drops it
         // Given up means never run: no entrance of either post was stored, then or later.
         QCOMPARE(m_a->customer().scalar("SELECT COUNT(*) FROM inters_data WHERE refId IN (7001, 7002)").toInt(), 0);
     }
