@@ -54,7 +54,7 @@ bool findRepeatedEntrance(const TerminalRequestContext &ctx, uint tid, uint refI
 
 bool dbCheckEntrance(const TerminalRequestContext &ctx, uint id, uint refId)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbCheckEntrance(%u, %u)", id, refId);
     return rowExists(ctx,
                      QStringLiteral("SELECT COUNT(*) FROM inters_data WHERE id = %1 AND refId = %2").arg(id).arg(refId),
@@ -63,7 +63,7 @@ bool dbCheckEntrance(const TerminalRequestContext &ctx, uint id, uint refId)
 
 bool dbDeleteEntrance(const TerminalRequestContext &ctx, uint tid, uint id)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbDeleteEntrance(%u, %u)", tid, id);
     // Withdrawn, never removed: the row stays for the attendance computation's history.
     return execWrite(ctx, QStringLiteral("UPDATE inters_data SET del = 1 WHERE id = %1 AND tid = %2").arg(id).arg(tid),
@@ -72,7 +72,7 @@ bool dbDeleteEntrance(const TerminalRequestContext &ctx, uint tid, uint id)
 
 uint dbGetEntranceMaxRefId(const TerminalRequestContext &ctx, uint tid)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetEntranceMaxRefId(%u)", tid);
     QSqlQuery query(ctx.db);
     if (!runQuery(ctx, query, QStringLiteral("SELECT MAX(refId) FROM inters_data WHERE tid = %1").arg(tid),
@@ -84,7 +84,7 @@ uint dbGetEntranceMaxRefId(const TerminalRequestContext &ctx, uint tid)
 PostedEntrance dbInsertEntrance(const TerminalRequestContext &ctx, uint tid, const QVariantMap &data)
 {
     const uint refId = data.value(QStringLiteral("refId")).toUInt();
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbInsertEntrance(%u, %u)", tid, refId);
     const QString uidText = data.value(QStringLiteral("uid")).toString();
     if (uidText.isEmpty()) {
@@ -192,7 +192,7 @@ PostedEntrance dbInsertEntrance(const TerminalRequestContext &ctx, uint tid, con
 
 QVariant dbGetEntrance(const TerminalRequestContext &ctx, uint id)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetEntrance(%u)", id);
     QSqlQuery query(ctx.db);
     if (!query.exec(QStringLiteral("SELECT i.uid,p.pid,i.iid,i.type,i.date,i.created,i.description,i.del,i.refId "

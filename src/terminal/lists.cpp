@@ -69,7 +69,7 @@ QStringList terminalPeopleWhere(uint tid, uint uid)
 
 QVariant dbGetInters4Terminal(const TerminalRequestContext &ctx, uint tid, uint vorixID)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug() << "WebApiWorker::dbGetInters4Terminal(" << tid << vorixID << ")";
     QSqlQuery query(ctx.db);
     if (!runQuery(ctx, query,
@@ -85,7 +85,7 @@ QVariant dbGetInters4Terminal(const TerminalRequestContext &ctx, uint tid, uint 
 
 QVariant dbGetInter(const TerminalRequestContext &ctx)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetInter()");
     QSqlQuery query(ctx.db);
     if (!runQuery(ctx, query,
@@ -97,7 +97,7 @@ QVariant dbGetInter(const TerminalRequestContext &ctx)
 
 QVariant dbGetAttendanceGroups(const TerminalRequestContext &ctx)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetAttendanceGroups()");
     QSqlQuery query(ctx.db);
     if (!runQuery(ctx, query,
@@ -111,10 +111,10 @@ QVariant dbGetAttendanceGroups(const TerminalRequestContext &ctx)
 
 bool dbGetSaldo(const TerminalRequestContext &ctx, uint tid, uint uid)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetSaldo(%u, %u)", tid, uid);
     const QStringList where = terminalPeopleWhere(tid, uid);
-    if (ctx.debugLevel >= 3)
+    if (ctx.header.debugLevel >= 3)
         qDebug() << "WebApiWorker::dbGetSaldo() where:" << where;
     QSqlQuery query(ctx.db);
     // The balance as the database computes it at noon of the previous day, not the stored one.
@@ -134,10 +134,10 @@ bool dbGetSaldo(const TerminalRequestContext &ctx, uint tid, uint uid)
 
 QVariant dbGetPresent4Terminal(const TerminalRequestContext &ctx, uint tid, uint uid)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetPresent4Terminal(%u, %u)", tid, uid);
     const QStringList where = terminalPeopleWhere(tid, uid);
-    if (ctx.debugLevel >= 3)
+    if (ctx.header.debugLevel >= 3)
         qDebug() << "WebApiWorker::dbGetPresent4Terminal() where:" << where;
     QSqlQuery query(ctx.db);
     if (!runQuery(ctx, query,
@@ -151,12 +151,12 @@ QVariant dbGetPresent4Terminal(const TerminalRequestContext &ctx, uint tid, uint
 
 QVariant dbGetPresent(const TerminalRequestContext &ctx, uint uid)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetPresent(%u)", uid);
     QStringList where = {QStringLiteral("status = 1")};
     if (uid != 0)
         where << QStringLiteral("p.uid=%1").arg(uid);
-    if (ctx.debugLevel >= 3)
+    if (ctx.header.debugLevel >= 3)
         qDebug() << "WebApiWorker::dbGetPresent() where:" << where;
     QSqlQuery query(ctx.db);
     if (!runQuery(ctx, query,

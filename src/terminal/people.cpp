@@ -66,12 +66,11 @@ bool dbLinkPerson(const TerminalRequestContext &ctx, uint uid, uint tid, const c
                     "WebApiWorker::dbInsertPerson() SQl ERROR:", count))
         return false;
     if (count == 0) {
+        // A failed link is reported, and the person stays without it.
         QSqlQuery query(ctx.db);
-        if (!query.exec(QStringLiteral("INSERT INTO people_term SET uid=%1, tid=%2 ON DUPLICATE KEY UPDATE uid=VALUES(uid)")
-                            .arg(uid)
-                            .arg(tid)))
-            // The person stays, without this link.
-            ctx.response->setSqlError(query.lastError().text(), query.lastQuery(), failureLine);
+        runQuery(ctx, query,
+                 QStringLiteral("INSERT INTO people_term SET uid=%1, tid=%2 ON DUPLICATE KEY UPDATE uid=VALUES(uid)").arg(uid).arg(tid),
+                 failureLine);
     }
     return true;
 }
@@ -80,7 +79,7 @@ bool dbLinkPerson(const TerminalRequestContext &ctx, uint uid, uint tid, const c
 
 bool dbCheckPerson(const TerminalRequestContext &ctx, uint uid, uint pid)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbCheckPerson(%u, %u)", uid, pid);
     return rowExists(ctx,
                      QStringLiteral("SELECT COUNT(*) FROM people WHERE uid = %1 AND pid = %2 AND status = 1").arg(uid).arg(pid),
@@ -89,7 +88,7 @@ bool dbCheckPerson(const TerminalRequestContext &ctx, uint uid, uint pid)
 
 bool dbDeletePerson(const TerminalRequestContext &ctx, uint tid, uint uid)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbDeletePerson(%u, %u)", tid, uid);
     return execWrite(ctx, QStringLiteral("DELETE FROM `people_term` WHERE tid= %1 AND uid = %2").arg(tid).arg(uid),
                      "WebApiWorker::dbDeletePerson() SQl ERROR:");
@@ -97,12 +96,12 @@ bool dbDeletePerson(const TerminalRequestContext &ctx, uint tid, uint uid)
 
 QVariant dbGetPeople(const TerminalRequestContext &ctx, uint uid)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetPeople(%u)", uid);
     QStringList where = {QStringLiteral("p.status = 1")};
     if (uid != 0)
         where << QStringLiteral("p.uid=%1").arg(uid);
-    if (ctx.debugLevel >= 3)
+    if (ctx.header.debugLevel >= 3)
         qDebug() << "WebApiWorker::dbGetPeople() where:" << where;
     QSqlQuery query(ctx.db);
     if (!runQuery(ctx, query,
@@ -116,7 +115,7 @@ QVariant dbGetPeople(const TerminalRequestContext &ctx, uint uid)
 
 QVariant dbGetPeople4Terminal(const TerminalRequestContext &ctx, uint tid, uint uid)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetPeople4Terminal(%u, %u)", tid, uid);
     // A terminal sees only its own people, and only while they are valid.
     QStringList where = {QStringLiteral("pt.tid=%1 AND p.status = 1 AND p.begin < UNIX_TIMESTAMP() AND (p.end IS NULL "
@@ -124,7 +123,7 @@ QVariant dbGetPeople4Terminal(const TerminalRequestContext &ctx, uint tid, uint 
                              .arg(tid)};
     if (uid != 0)
         where << QStringLiteral("pt.uid=%1").arg(uid);
-    if (ctx.debugLevel >= 3)
+    if (ctx.header.debugLevel >= 3)
         qDebug() << "WebApiWorker::dbGetPeople4Terminal() where:" << where;
     QSqlQuery query(ctx.db);
     if (!runQuery(ctx, query,
@@ -140,7 +139,7 @@ QVariant dbGetPeople4Terminal(const TerminalRequestContext &ctx, uint tid, uint 
 uint dbInsertPerson(const TerminalRequestContext &ctx, uint tid, const QVariantMap &data)
 {
     const uint pid = data.value(QStringLiteral("pid")).toUInt();
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbInsertPerson(%u, %u)", tid, pid);
     if (pid == 0) {
         ctx.response->setError(Response::RE_RequiredPID);
@@ -185,9 +184,9 @@ uint dbInsertPerson(const TerminalRequestContext &ctx, uint tid, const QVariantM
 
 bool dbUpdatePerson(const TerminalRequestContext &ctx, uint tid, uint uid, const QVariantMap &data)
 {
-    if (ctx.debugLevel == 1)
+    if (ctx.header.debugLevel == 1)
         qDebug("WebApiWorker::dbUpdatePerson(%u, %u)", tid, uid);
-    else if (ctx.debugLevel >= 2)
+    else if (ctx.header.debugLevel >= 2)
         qDebug() << "WebApiWorker::dbUpdatePerson(" << tid << uid << data << ")";
 
     QVariantMap values = pickTrimmed(data,
@@ -210,7 +209,7 @@ bool dbUpdatePerson(const TerminalRequestContext &ctx, uint tid, uint uid, const
                    values, "WebApiWorker::dbUpdatePerson() SQl ERROR:"))
         return false;
     const int changed = query.numRowsAffected();
-    if (ctx.debugLevel >= 2)
+    if (ctx.header.debugLevel >= 2)
         qDebug("WebApiWorker::dbUpdatePerson(%u, %u) SQL: %s", tid, uid, qUtf8Printable(query.lastQuery()));
     if (!dbLinkPerson(ctx, uid, tid, "WebApiWorker::dbUpdatePerson() SQl ERROR:"))
         return false;
@@ -219,7 +218,7 @@ bool dbUpdatePerson(const TerminalRequestContext &ctx, uint tid, uint uid, const
 
 bool dbSetOtherTermsPeopleSync(const TerminalRequestContext &ctx, uint tid, uint uid, char type)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbSetOtherTermsPeopleSync(tid: %u, uid: %u)", tid, uid);
     QSqlQuery query(ctx.db);
     query.exec(QStringLiteral("INSERT INTO `term_sync` (tid, type, ref, ref_col, ref_id, created, flags) SELECT tid, "
@@ -245,7 +244,7 @@ bool dbSetOtherTermsPeopleSync(const TerminalRequestContext &ctx, uint tid, uint
 bool isForeignKeyError(const TerminalRequestContext &ctx, const QString &text)
 {
     const bool yes = text.contains(kForeignKeyFailure);
-    if (ctx.debugLevel >= 3)
+    if (ctx.header.debugLevel >= 3)
         qDebug("WebApiWorker::isForeignKeyError(%s) : %s", qUtf8Printable(text), yes ? "YES" : "NO");
     return yes;
 }
@@ -253,7 +252,7 @@ bool isForeignKeyError(const TerminalRequestContext &ctx, const QString &text)
 bool isMissingIID(const TerminalRequestContext &ctx, const QString &text)
 {
     const bool yes = text.contains(kForeignKeyFailure) && text.contains(QLatin1String("(`iid`)"));
-    if (ctx.debugLevel >= 3)
+    if (ctx.header.debugLevel >= 3)
         qDebug("WebApiWorker::isMissingIID(%s) : %s", qUtf8Printable(text), yes ? "YES" : "NO");
     return yes;
 }

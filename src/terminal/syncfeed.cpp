@@ -154,7 +154,7 @@ const SyncSection kGroups = {
 
 QVariantMap dbGetSyncSection(const TerminalRequestContext &ctx, const SyncSection &section, uint tid, bool force)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("%s(%u, %i)", section.name, tid, force);
     QVariantMap result;
     QSqlQuery query(ctx.db);
@@ -174,7 +174,7 @@ QVariantMap dbGetSyncSection(const TerminalRequestContext &ctx, const SyncSectio
 
 QVariantMap dbGetSyncTimezones(const TerminalRequestContext &ctx, uint tid, bool force)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetSyncTimezones(%u, %i)", tid, force);
     // Both parts render as null until their statement has run.
     QVariantMap result;
@@ -233,7 +233,7 @@ QVariantMap dbGetSyncTimezones(const TerminalRequestContext &ctx, uint tid, bool
 
 QVariantMap dbGetVars(const TerminalRequestContext &ctx, uint tid)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetVars(%u)", tid);
     // No full form: even a forced feed shows only the marked variables.
     QVariantMap vars;
@@ -253,7 +253,7 @@ QVariantMap dbGetVars(const TerminalRequestContext &ctx, uint tid)
 
 bool dbGetSync(const TerminalRequestContext &ctx, uint tid, bool force)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetSync(tid=%u, force=%i)", tid, force);
     QSqlQuery query(ctx.db);
     if (!runQuery(ctx, query, QStringLiteral("SELECT syn, status, flags FROM term WHERE tid = %1").arg(tid),
@@ -307,7 +307,7 @@ bool dbGetSync(const TerminalRequestContext &ctx, uint tid, bool force)
 
 int dbDeleteSync(const TerminalRequestContext &ctx, uint tid, uint created, quint16 flags)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbDeleteSync(%u, %u, %u)", tid, created, uint(flags));
     static const char *const kErrorLine = "WebApiWorker::dbDeleteSync() SQl ERROR:";
     QSqlQuery query(ctx.db);

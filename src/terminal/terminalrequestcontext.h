@@ -16,7 +16,6 @@ struct TerminalRequestContext
     RequestHeader header;
     QSqlDatabase db;                  // handle copy of the worker's open connection
     Response *response = nullptr;     // owned by the worker
-    quint8 debugLevel = 0;
     const Licence *licence = nullptr; // the customer's licence rows, read for this request
     QString version;                  // of the plug-in, for the info endpoint
 };

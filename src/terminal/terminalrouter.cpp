@@ -34,6 +34,15 @@ bool isServedPath(const QStringList &words, int minWords, const QStringList &pat
     return true;
 }
 
+// A body that is not JSON ends the handler with the parser's words and where it stopped.
+bool bodyParsed(const TerminalRequestContext &ctx, const QJsonParseError &parseError)
+{
+    if (parseError.error == QJsonParseError::NoError)
+        return true;
+    ctx.response->setError(Response::RE_JsonParseError, parseError.errorString(), QString::number(parseError.offset));
+    return false;
+}
+
 bool checkTerminalId(const TerminalRequestContext &ctx, const QString &text, uint &tid,
                      const std::function<bool()> &between = nullptr)
 {
@@ -68,7 +77,7 @@ bool checkPersonId(const TerminalRequestContext &ctx, const QString &text, uint 
 
 void buildGetResponse(const TerminalRequestContext &ctx, const TerminalRoutes &routes, const QStringList &words)
 {
-    if (ctx.debugLevel != 0)
+    if (ctx.header.debugLevel != 0)
         qDebug() << "WebApiWorker::buildGetResponse(" << words.join(QStringLiteral(" | ")) << ")";
     if (!isServedPath(words, 1, routes.getPaths, ctx.response))
         return;
@@ -109,17 +118,15 @@ void buildGetResponse(const TerminalRequestContext &ctx, const TerminalRoutes &r
 uint buildPostResponse(const TerminalRequestContext &ctx, const TerminalRoutes &routes, const QStringList &words,
                        const QByteArray &body)
 {
-    if (ctx.debugLevel != 0)
+    if (ctx.header.debugLevel != 0)
         qDebug() << "WebApiWorker::buildPostResponse(" << words.join(QStringLiteral(" | ")) << body.size() << ")";
     QJsonParseError parseError;
     const QVariantMap data = QJsonDocument::fromJson(body, &parseError).toVariant().toMap();
     if (!isServedPath(words, 1, routes.postPaths, ctx.response))
         return 0;
     const QString &word = words.first();
-    if (parseError.error != QJsonParseError::NoError) {
-        ctx.response->setError(Response::RE_JsonParseError, parseError.errorString(), QString::number(parseError.offset));
+    if (!bodyParsed(ctx, parseError))
         return 0;
-    }
 
     if (word == QLatin1String("terminal")) {
         // How a terminal gets its identifier, so no tid is asked for.
@@ -137,7 +144,7 @@ uint buildPostResponse(const TerminalRequestContext &ctx, const TerminalRoutes &
 
     uint tid = 0;
     const bool known = checkTerminalId(ctx, ctx.header.tid, tid, [&]() {
-        if (ctx.debugLevel >= 2)
+        if (ctx.header.debugLevel >= 2)
             qDebug() << "WebApiWorker::buildPutResponse()" << word << ctx.header.tid << ")";
         return true;
     });
@@ -160,7 +167,7 @@ uint buildPostResponse(const TerminalRequestContext &ctx, const TerminalRoutes &
 void buildPutResponse(const TerminalRequestContext &ctx, const TerminalRoutes &routes, const QStringList &words,
                       const QByteArray &body)
 {
-    if (ctx.debugLevel != 0)
+    if (ctx.header.debugLevel != 0)
         qDebug() << "WebApiWorker::buildPutResponse(" << words.join(QStringLiteral(" | ")) << body.size() << ")";
     QJsonParseError parseError;
     const QVariantMap data = QJsonDocument::fromJson(body, &parseError).toVariant().toMap();
@@ -170,14 +177,9 @@ void buildPutResponse(const TerminalRequestContext &ctx, const TerminalRoutes &r
     // The terminal comes from the path here, and the body is judged after its identifier.
     uint tid = 0;
     const bool known = checkTerminalId(ctx, words.at(1), tid, [&]() {
-        if (ctx.debugLevel != 0)
+        if (ctx.header.debugLevel != 0)
             qDebug() << "WebApiWorker::buildPutResponse()" << word << words.at(1) << ")";
-        if (parseError.error != QJsonParseError::NoError) {
-            ctx.response->setError(Response::RE_JsonParseError, parseError.errorString(),
-                                 QString::number(parseError.offset));
-            return false;
-        }
-        return true;
+        return bodyParsed(ctx, parseError);
     });
     if (!known)
         return;
@@ -208,7 +210,7 @@ void buildPutResponse(const TerminalRequestContext &ctx, const TerminalRoutes &r
 
 void buildDeleteResponse(const TerminalRequestContext &ctx, const TerminalRoutes &routes, const QStringList &words)
 {
-    if (ctx.debugLevel != 0)
+    if (ctx.header.debugLevel != 0)
         qDebug() << "WebApiWorker::buildDeleteResponse(" << words.join(QStringLiteral(" | ")) << ")";
     if (!isServedPath(words, 3, routes.deletePaths, ctx.response))
         return;
@@ -217,7 +219,7 @@ void buildDeleteResponse(const TerminalRequestContext &ctx, const TerminalRoutes
     if (!checkTerminalId(ctx, words.at(1), tid))
         return;
     const QString &target = words.at(2);
-    if (ctx.debugLevel >= 2)
+    if (ctx.header.debugLevel >= 2)
         qDebug() << "WebApiWorker::buildDeleteResponse()" << word << words.at(1) << target << ")";
 
     uint first = 0;
@@ -292,7 +294,7 @@ TerminalRouter::TerminalRouter(const TerminalRoutes &routes)
 uint TerminalRouter::route(const TerminalRequestContext &ctx, const QString &method, const QStringList &words,
                            const QByteArray &body) const
 {
-    if (ctx.debugLevel != 0)
+    if (ctx.header.debugLevel != 0)
         qDebug() << "WebApiWorker::routeInTerminalContext(" << method << ")";
     if (!m_routes.verbs.contains(method)) {
         ctx.response->setError(Response::RE_BadMethod, method);

@@ -37,7 +37,7 @@ QString compactJson(const QVariantMap &values)
 
 bool dbCheckTerm(const TerminalRequestContext &ctx, uint tid, uint vorixID)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbCheckTerm(%u, %u)", tid, vorixID);
     return rowExists(ctx,
                      QStringLiteral("SELECT COUNT(*) FROM term WHERE tid = %1 AND vorixID = %2 AND status = 1 AND "
@@ -49,7 +49,7 @@ bool dbCheckTerm(const TerminalRequestContext &ctx, uint tid, uint vorixID)
 
 bool dbSetTermOnline(const TerminalRequestContext &ctx, uint tid)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbSetTermOnline(%u)", tid);
     QSqlQuery query(ctx.db);
     return runQuery(ctx, query, QStringLiteral("UPDATE term SET online = UNIX_TIMESTAMP() WHERE tid = %1").arg(tid),
@@ -58,7 +58,7 @@ bool dbSetTermOnline(const TerminalRequestContext &ctx, uint tid)
 
 uint dbInsertTerm(const TerminalRequestContext &ctx, const QVariantMap &data)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbInsertTerm()");
     const uint vid = data.value(QStringLiteral("vid")).toUInt();
     if (vid == 0) {
@@ -80,7 +80,7 @@ uint dbInsertTerm(const TerminalRequestContext &ctx, const QVariantMap &data)
     values.insert(QStringLiteral("vorixID"), vid);
     if (!values.contains(QStringLiteral("flags")))
         values.insert(QStringLiteral("flags"), 0);
-    if (ctx.debugLevel >= 2)
+    if (ctx.header.debugLevel >= 2)
         qDebug() << "WebApiWorker::dbInsertTerm() data:" << compactJson(values);
 
     QSqlQuery query(ctx.db);
@@ -101,7 +101,7 @@ uint dbInsertTerm(const TerminalRequestContext &ctx, const QVariantMap &data)
 
 QVariantMap dbGetTerm(const TerminalRequestContext &ctx, uint tid)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbGetTerm(%u)", tid);
     const QStringList columns = termInfoFields() + QStringList{QStringLiteral("vorixID")};
     QSqlQuery query(ctx.db);
@@ -130,11 +130,11 @@ QVariantMap dbGetTerm(const TerminalRequestContext &ctx, uint tid)
 
 bool dbUpdateTerm(const TerminalRequestContext &ctx, uint tid, const QVariantMap &data)
 {
-    if (ctx.debugLevel >= 1)
+    if (ctx.header.debugLevel >= 1)
         qDebug("WebApiWorker::dbUpdateTerm(%u)", tid);
     QVariantMap values = pickTrimmed(data, termInfoFields(), addressFields());
     values.insert(QStringLiteral("status"), 1);
-    if (ctx.debugLevel >= 2)
+    if (ctx.header.debugLevel >= 2)
         qDebug() << "WebApiWorker::dbUpdateTerm() data:" << compactJson(values);
     if (values.isEmpty()) {
         ctx.response->setError(Response::RE_NoData4Update);

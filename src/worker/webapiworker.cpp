@@ -193,7 +193,6 @@ void WebApiWorker::routeInTerminalContext(const QString &method, const QStringLi
     ctx.header = m_header;
     ctx.db = m_db;
     ctx.response = m_response.data();
-    ctx.debugLevel = m_debugLevel;
     ctx.licence = &m_licence;
     ctx.version = m_version;
     // The host processes the photo of a new entrance further.
