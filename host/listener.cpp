@@ -142,6 +142,9 @@ void Listener::startSession(net::ip::tcp::socket socket)
         ++mine;
         ++m_counts->total;
     }
+    // An answer is written whole: without this its last segment waits for the client's
+    // delayed ACK (tens of milliseconds) whenever the socket's buffer split the write.
+    socket.set_option(net::ip::tcp::no_delay(true), ec);
     // The session gives its place back when it ends, and keeps the TLS context it began with
     // alive even when a reload has replaced it meanwhile.
     auto release = [counts = m_counts, address](auto *session) {
