@@ -19,6 +19,69 @@ char hexDigit(uint value)
     return char(value < 10 ? '0' + value : 'a' + value - 10);
 }
 
+// One ASCII character as Qt writes it inside a string.
+void escapedAscii(uchar byte, char *&out)
+{
+    if (byte >= 0x20 && byte != '"' && byte != '\\') {
+        *out++ = char(byte);
+        return;
+    }
+    *out++ = '\\';
+    switch (byte) {
+    case '"': *out++ = '"'; break;
+    case '\\': *out++ = '\\'; break;
+    case '\b': *out++ = 'b'; break;
+    case '\f': *out++ = 'f'; break;
+    case '\n': *out++ = 'n'; break;
+    case '\r': *out++ = 'r'; break;
+    case '\t': *out++ = 't'; break;
+    default:
+        *out++ = 'u';
+        *out++ = '0';
+        *out++ = '0';
+        *out++ = hexDigit(byte >> 4);
+        *out++ = hexDigit(byte & 0xf);
+    }
+}
+
+// The shortest forms of scalar values only: no overlong forms, no surrogates, nothing past
+// U+10FFFF, no truncated sequence. What a decoder would replace is not well-formed.
+bool wellFormedUtf8(const uchar *in, int size)
+{
+    const uchar *const end = in + size;
+    while (in != end) {
+        const uchar lead = *in++;
+        if (lead < 0x80)
+            continue;
+        int more;
+        uchar low = 0x80, high = 0xbf;  // the range of the second byte
+        if (lead >= 0xc2 && lead <= 0xdf) {
+            more = 1;
+        } else if (lead >= 0xe0 && lead <= 0xef) {
+            more = 2;
+            if (lead == 0xe0)
+                low = 0xa0;
+            else if (lead == 0xed)
+                high = 0x9f;
+        } else if (lead >= 0xf0 && lead <= 0xf4) {
+            more = 3;
+            if (lead == 0xf0)
+                low = 0x90;
+            else if (lead == 0xf4)
+                high = 0x8f;
+        } else {
+            return false;
+        }
+        if (end - in < more || *in < low || *in > high)
+            return false;
+        for (++in, --more; more > 0; --more, ++in) {
+            if ((*in & 0xc0) != 0x80)
+                return false;
+        }
+    }
+    return true;
+}
+
 } // namespace
 
 JsonWriter::JsonWriter(bool indented)
@@ -124,6 +187,27 @@ void JsonWriter::string(const QString &value)
     put('"');
 }
 
+bool JsonWriter::plainUtf8String(const char *bytes, int size)
+{
+    const auto *in = reinterpret_cast<const uchar *>(bytes);
+    if (!wellFormedUtf8(in, size) || (size >= 3 && in[0] == 0xef && in[1] == 0xbb && in[2] == 0xbf))
+        return false;
+    beforeValue();
+    // Room for the worst case, every byte escaped as \uXXXX; cut back to what was written.
+    char *const start = room(6 * size + 2);
+    char *out = start;
+    *out++ = '"';
+    for (const uchar *const end = in + size; in != end; ++in) {
+        if (*in < 0x80)
+            escapedAscii(*in, out);
+        else
+            *out++ = char(*in);  // the character's own UTF-8, as Qt writes it
+    }
+    *out++ = '"';
+    m_used += int(out - start);
+    return true;
+}
+
 void JsonWriter::variant(const QVariant &value)
 {
     switch (value.userType()) {
@@ -220,8 +304,12 @@ void JsonWriter::localTime(qint64 secs, TimeFormat format)
         m_zoneRead = true;
     }
     const time_t time = time_t(secs);
-    tm local;
-    if (secs < 0 || secs > std::numeric_limits<qint32>::max() || !localtime_r(&time, &local)) {
+    if (!m_haveLast || secs != m_lastSecs) {
+        m_haveLast = secs >= 0 && secs <= std::numeric_limits<qint32>::max() && localtime_r(&time, &m_lastLocal);
+        m_lastSecs = secs;
+    }
+    const tm &local = m_lastLocal;
+    if (!m_haveLast) {
         const QDateTime dateTime = QDateTime::fromSecsSinceEpoch(secs);
         string(format == IsoDate       ? dateTime.date().toString(Qt::ISODate)
                    : format == IsoDateTime ? dateTime.toString(Qt::ISODate)
@@ -361,26 +449,7 @@ void JsonWriter::escaped(const QString &text)
     while (in != end) {
         const uint u = *in++;
         if (u < 0x80) {
-            if (u >= 0x20 && u != '"' && u != '\\') {
-                *out++ = char(u);
-                continue;
-            }
-            *out++ = '\\';
-            switch (u) {
-            case '"': *out++ = '"'; break;
-            case '\\': *out++ = '\\'; break;
-            case '\b': *out++ = 'b'; break;
-            case '\f': *out++ = 'f'; break;
-            case '\n': *out++ = 'n'; break;
-            case '\r': *out++ = 'r'; break;
-            case '\t': *out++ = 't'; break;
-            default:
-                *out++ = 'u';
-                *out++ = '0';
-                *out++ = '0';
-                *out++ = hexDigit(u >> 4);
-                *out++ = hexDigit(u & 0xf);
-            }
+            escapedAscii(uchar(u), out);
         } else if (u < 0x800) {
             *out++ = char(0xc0 | (u >> 6));
             *out++ = char(0x80 | (u & 0x3f));

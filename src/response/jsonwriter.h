@@ -8,6 +8,7 @@
 #include <QVector>
 
 #include <cstring>
+#include <ctime>
 #include <vector>
 
 class QJsonValue;
@@ -42,6 +43,10 @@ public:
     // Every number is a double in JSON; integers of 64 bits round as QJsonValue rounds them.
     void number(double value);
     void string(const QString &value);
+    // UTF-8 bytes as string(QString::fromUtf8(...)) writes them, without the QString: true
+    // when they are well-formed UTF-8 and do not begin with a byte order mark (which a
+    // decoder drops); otherwise nothing is written and false returned.
+    bool plainUtf8String(const char *bytes, int size);
     // As QJsonDocument::fromVariant converts it within a map or list; SQL NULL (a null
     // variant of a type) is not null here, see stored().
     void variant(const QVariant &value);
@@ -102,6 +107,10 @@ private:
     bool m_indented;
     bool m_afterKey = false;
     bool m_zoneRead = false;
+    // The last local time converted: rows often repeat one date.
+    qint64 m_lastSecs = 0;
+    tm m_lastLocal = {};
+    bool m_haveLast = false;
 };
 
 // A driver value as it goes into JSON: NULL becomes null rather than a typed zero or "".

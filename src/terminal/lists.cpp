@@ -5,6 +5,7 @@
 
 #include "response/jsonwriter.h"
 #include "response/response.h"
+#include "response/sqlrow.h"
 
 #include <QSqlQuery>
 #include <QtDebug>
@@ -12,19 +13,22 @@
 namespace {
 
 // A reason code; both statements select iid, name, shortcut, weight, color.
-void writeInter(JsonWriter &json, const QSqlQuery &query)
+void writeInter(JsonWriter &json, const SqlRow &row)
 {
     json.beginObject();
-    json.key("color").string(query.value(4).toString());
-    json.key("iid").number(query.value(0).toUInt());
-    json.key("name").string(query.value(1).toString());
-    json.key("shortcut").string(query.value(2).toString());
-    json.key("weight").number(query.value(3).toInt());
+    json.key("color");
+    row.writeText(json, 4);
+    json.key("iid").number(row.toUInt(0));
+    json.key("name");
+    row.writeText(json, 1);
+    json.key("shortcut");
+    row.writeText(json, 2);
+    json.key("weight").number(row.toInt(3));
     json.endObject();
 }
 
 // A group as stored, under the names its statement gives the columns, in key order.
-void writeGroup(JsonWriter &json, const QSqlQuery &query)
+void writeGroup(JsonWriter &json, const SqlRow &row)
 {
     static const struct
     {
@@ -33,26 +37,26 @@ void writeGroup(JsonWriter &json, const QSqlQuery &query)
     } columns[] = {{"gid", 0}, {"masterGroup", 4}, {"masterGroupId", 3}, {"name", 1},
                    {"region", 6}, {"regionId", 5}, {"shifts", 2}};
     json.beginObject();
-    for (const auto &column : columns)
-        json.key(column.key).stored(query.value(column.column));
+    for (const auto &column : columns) {
+        json.key(column.key);
+        row.writeStored(json, column.column);
+    }
     json.endObject();
 }
 
 // Presence of one person from uid, pid, present; with `entrance` also the time and reason
 // of the presence entrance (columns 3 and 4).
-void writePresence(JsonWriter &json, const QSqlQuery &query, bool entrance)
+void writePresence(JsonWriter &json, const SqlRow &row, bool entrance)
 {
     json.beginObject();
     if (entrance) {
-        const QVariant date = query.value(3);
-        const QVariant iid = query.value(4);
         json.key("date");
-        date.isNull() ? json.null() : json.localTime(date.toLongLong(), JsonWriter::IsoDateTime);
+        row.isNull(3) ? json.null() : json.localTime(row.toLongLong(3), JsonWriter::IsoDateTime);
         json.key("iid");
-        iid.isNull() ? json.null() : json.number(iid.toUInt());
+        row.isNull(4) ? json.null() : json.number(row.toUInt(4));
     }
-    json.key("present").boolean(query.value(2).toBool());
-    json.key("uid").string(encodeId(query.value(0).toUInt(), query.value(1).toUInt()));
+    json.key("present").boolean(row.toBool(2));
+    json.key("uid").string(encodeId(row.toUInt(0), row.toUInt(1)));
     json.endObject();
 }
 
@@ -146,7 +150,7 @@ QVariant dbGetPresent4Terminal(const TerminalRequestContext &ctx, uint tid, uint
                   "WebApiWorker::dbGetPresent4Terminal() SQl ERROR:"))
         return QVariant();
     return collectRows(ctx, query, uid != 0,
-                       [](JsonWriter &json, const QSqlQuery &row) { writePresence(json, row, false); });
+                       [](JsonWriter &json, const SqlRow &row) { writePresence(json, row, false); });
 }
 
 QVariant dbGetPresent(const TerminalRequestContext &ctx, uint uid)
@@ -166,5 +170,5 @@ QVariant dbGetPresent(const TerminalRequestContext &ctx, uint uid)
                   "WebApiWorker::dbGetPresent() SQl ERROR:"))
         return QVariant();
     return collectRows(ctx, query, uid != 0,
-                       [](JsonWriter &json, const QSqlQuery &row) { writePresence(json, row, true); });
+                       [](JsonWriter &json, const SqlRow &row) { writePresence(json, row, true); });
 }

@@ -5,6 +5,7 @@
 
 #include "response/jsonwriter.h"
 #include "response/response.h"
+#include "response/sqlrow.h"
 
 #include <QDate>
 #include <QDateTime>
@@ -26,32 +27,36 @@ const QStringList &keptNames()
 
 // One person as a terminal sees it, from either people statement, whose columns are found
 // by name once; `grp` only where the statement selects it.
-std::function<void(JsonWriter &, const QSqlQuery &)> personWriter(const QSqlRecord &record)
+RowWriter personWriter(const QSqlRecord &record)
 {
     const auto column = [&](const char *name) { return record.indexOf(QLatin1String(name)); };
     const int uid = column("uid"), pid = column("pid"), gid = column("gid"), name = column("name");
     const int surname = column("surname"), title = column("title"), title2 = column("title2");
     const int card = column("card"), saldo = column("saldo"), grp = column("grp"), present = column("present");
     const int begin = column("begin"), end = column("end");
-    return [=](JsonWriter &json, const QSqlQuery &query) {
-        const uint pidValue = query.value(pid).toUInt();
-        const QVariant endValue = query.value(end);
+    return [=](JsonWriter &json, const SqlRow &row) {
+        const uint pidValue = row.toUInt(pid);
         json.beginObject();
-        json.key("begin").localTime(query.value(begin).toLongLong(), JsonWriter::IsoDate);
-        json.key("card").string(query.value(card).toString());
+        json.key("begin").localTime(row.toLongLong(begin), JsonWriter::IsoDate);
+        json.key("card");
+        row.writeText(json, card);
         json.key("end");
-        endValue.isNull() ? json.null() : json.localTime(endValue.toLongLong(), JsonWriter::IsoDate);
-        json.key("gid").number(query.value(gid).toUInt());
+        row.isNull(end) ? json.null() : json.localTime(row.toLongLong(end), JsonWriter::IsoDate);
+        json.key("gid").number(row.toUInt(gid));
         if (grp >= 0)
-            json.key("grp").number(query.value(grp).toUInt());
-        json.key("name").string(query.value(name).toString());
+            json.key("grp").number(row.toUInt(grp));
+        json.key("name");
+        row.writeText(json, name);
         json.key("pid").number(pidValue);
-        json.key("present").boolean(query.value(present).toBool());
-        json.key("saldo").number(query.value(saldo).toInt());
-        json.key("surname").string(query.value(surname).toString());
-        json.key("title").string(query.value(title).toString());
-        json.key("title2").string(query.value(title2).toString());
-        json.key("uid").string(encodeId(query.value(uid).toUInt(), pidValue));
+        json.key("present").boolean(row.toBool(present));
+        json.key("saldo").number(row.toInt(saldo));
+        json.key("surname");
+        row.writeText(json, surname);
+        json.key("title");
+        row.writeText(json, title);
+        json.key("title2");
+        row.writeText(json, title2);
+        json.key("uid").string(encodeId(row.toUInt(uid), pidValue));
         json.endObject();
     };
 }

@@ -2,6 +2,7 @@
 
 #include "response/jsonwriter.h"
 #include "response/response.h"
+#include "response/sqlrow.h"
 
 #include <QSqlError>
 #include <QSqlQuery>
@@ -63,15 +64,16 @@ bool execWrite(const TerminalRequestContext &ctx, const QString &sql, const char
 
 QVariant collectRows(const TerminalRequestContext &ctx, QSqlQuery &query, bool single, const RowWriter &writeRow)
 {
+    SqlRow row(query);
     JsonWriter json(ctx.header.prettyJson);
-    if (single && query.next()) {
-        writeRow(json, query);
+    if (single && row.next()) {
+        writeRow(json, row);
         return json.takeBody();
     }
     int count = 0;
     json.beginArray();
-    for (; query.next(); ++count)
-        writeRow(json, query);
+    for (; row.next(); ++count)
+        writeRow(json, row);
     json.endArray();
     ctx.response->setHeader(QStringLiteral("X-WEBAPI-COUNT"), count);
     return json.takeBody();

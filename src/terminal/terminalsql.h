@@ -10,6 +10,7 @@
 
 class JsonWriter;
 class QSqlQuery;
+class SqlRow;
 
 // The shapes the terminal operations share: a statement and its failure report, bound
 // values, the list pattern of the reads, and the two write patterns of the registrations.
@@ -39,7 +40,7 @@ bool execWrite(const TerminalRequestContext &ctx, const QString &sql, const char
 // which resolved its columns once for the statement. With `single` the first row's
 // object is the body alone; otherwise, and when `single` found no row, the array, with
 // X-WEBAPI-COUNT. Returns the written body (JsonText).
-using RowWriter = std::function<void(JsonWriter &json, const QSqlQuery &query)>;
+using RowWriter = std::function<void(JsonWriter &json, const SqlRow &row)>;
 QVariant collectRows(const TerminalRequestContext &ctx, QSqlQuery &query, bool single, const RowWriter &writeRow);
 
 // The values of `keys` that `data` holds, as trimmed text; an empty one of `keepStored` is
