@@ -1,9 +1,14 @@
 // DBManager against the private MariaDB: which InfoDB rows give a customer connection, what
 // is remembered of a token, and a connection per thread. (The token lists, stamps and the
 // queue of unused connections are dormant: nothing in the host or the plug-in drives them.)
+// Also rows read where the client keeps them, against the driver's values.
 #include "database/dbmanager.h"
+#include "response/jsonwriter.h"
+#include "response/sqlrow.h"
 #include "support/apifixture.h"
 
+#include <QSqlQuery>
+#include <QSqlRecord>
 #include <QThread>
 #include <QtTest>
 
@@ -93,6 +98,44 @@ private slots:
         QFETCH(QString, expected);
         QVERIFY(insert(schemas));
         QCOMPARE(probe(), expected);
+    }
+
+    void rowsReadInPlace()
+    {
+        // Column types the reads meet, at their edges and NULL: SqlRow reads what the driver's
+        // values say, whether in place or through them.
+        QSqlDatabase db = m_fx->customer().db();
+        QVERIFY(m_fx->customer().exec(
+            "CREATE TEMPORARY TABLE edges (i INT, u INT UNSIGNED, b BIGINT, ub BIGINT UNSIGNED, t TINYINT, y YEAR, v VARCHAR(20), "
+            "x TEXT, bin VARBINARY(8), cs VARCHAR(8) COLLATE utf8mb4_bin, d DECIMAL(6,2), dt DATE)"));
+        QVERIFY(m_fx->customer().exec(
+            "INSERT INTO edges VALUES (-2147483648, 4294967295, -9223372036854775808, 18446744073709551615, -1, 2024, "
+            "'Jiří \\\"\\\\\\n\\t', X'EFBBBF41', X'00FF', 'bin', -12.5, '2024-03-31'), "
+            "(NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL), "
+            "(0, 0, 9007199254740993, 1, 1, 1901, '', X'F09F98807F', '', 'true', 0, NULL)"));
+        QSqlQuery expected(db), actual(db);
+        QVERIFY(expected.exec("SELECT * FROM edges") && actual.exec("SELECT * FROM edges"));
+        SqlRow row(actual);
+        JsonWriter want(false), got(false);
+        want.beginArray();
+        got.beginArray();
+        while (expected.next()) {
+            QVERIFY(row.next());
+            for (int column = 0; column < expected.record().count(); ++column) {
+                const QVariant value = expected.value(column);
+                QCOMPARE(row.isNull(column), value.isNull());
+                QCOMPARE(row.toLongLong(column), value.toLongLong());
+                QCOMPARE(row.toBool(column), value.toBool());
+                want.string(value.toString());
+                row.writeText(got, column);
+                want.stored(value);
+                row.writeStored(got, column);
+            }
+        }
+        QVERIFY(!row.next());
+        want.endArray();
+        got.endArray();
+        QCOMPARE(got.take(), want.take());
     }
 
 private:

@@ -8,6 +8,7 @@
 
 #include <QDateTime>
 #include <QJsonDocument>
+#include <QTextCodec>
 
 #include <cstdio>
 #include <cstdlib>
@@ -92,5 +93,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             std::abort();
         }
     }
+    // The same bytes as a database column: in place only when they read as the driver decodes them.
+    const QByteArray bytes(reinterpret_cast<const char *>(data), int(size));
+    const QString decoded = QTextCodec::codecForName("UTF-8")->toUnicode(bytes);
+    JsonWriter inPlace(false), byQString(false);
+    if (!inPlace.plainUtf8String(bytes.constData(), bytes.size()))
+        inPlace.string(decoded);
+    byQString.string(decoded);
+    if (inPlace.take() != byQString.take())
+        std::abort();
     return 0;
 }

@@ -2,6 +2,7 @@
 // compact, for the edge cases of strings and numbers (random trees: fuzz_jsonwriter).
 #include "response/jsonwriter.h"
 
+#include <QTextCodec>
 #include <QtTest>
 
 #include <limits>
@@ -56,6 +57,38 @@ private slots:
                 QCOMPARE(json.take(), byQt(body, indented));
             }
         }
+    }
+    void utf8InPlace_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");  // as a utf8mb4 column holds them, or worse
+        QTest::addColumn<bool>("inPlace");
+        QTest::newRow("escapes, NUL") << QByteArray("a\"\\/\x01\b\t\n\x1f\x7f\0", 11) << true;
+        QTest::newRow("2 to 4 bytes, noncharacter") << QByteArray("\xc5\x99 \xe2\x82\xac \xef\xbf\xbf \xf4\x8f\xbf\xbf") << true;
+        QTest::newRow("byte order mark later") << QByteArray("a\xef\xbb\xbf") << true;
+        QTest::newRow("byte order mark first") << QByteArray("\xef\xbb\xbf" "abc") << false;
+        QTest::newRow("overlong") << QByteArray("\xe0\x9f\xbf") << false;
+        QTest::newRow("surrogate") << QByteArray("\xed\xa0\x80") << false;
+        QTest::newRow("past U+10FFFF") << QByteArray("\xf4\x90\x80\x80") << false;
+        QTest::newRow("truncated") << QByteArray("ab\xe2\x82") << false;
+        QTest::newRow("stray continuation") << QByteArray("\xc5\x99\x80") << false;
+    }
+    void utf8InPlace()
+    {
+        // Bytes written in place must read as the driver's UTF-8 decoding of them; the rest is
+        // left to that decoding.
+        QFETCH(QByteArray, bytes);
+        QFETCH(bool, inPlace);
+        const QString decoded = QTextCodec::codecForName("UTF-8")->toUnicode(bytes);
+        JsonWriter json(false), byQString(false);
+        json.beginArray();
+        byQString.beginArray();
+        QCOMPARE(json.plainUtf8String(bytes.constData(), bytes.size()), inPlace);
+        if (!inPlace)
+            json.string(decoded);
+        byQString.string(decoded);
+        json.endArray();
+        byQString.endArray();
+        QCOMPARE(json.take(), byQString.take());
     }
     void localTime_data()
     {
