@@ -64,7 +64,6 @@ private slots:
         QTest::addColumn<bool>("inPlace");
         QTest::newRow("escapes, NUL") << QByteArray("a\"\\/\x01\b\t\n\x1f\x7f\0", 11) << true;
         QTest::newRow("2 to 4 bytes, noncharacter") << QByteArray("\xc5\x99 \xe2\x82\xac \xef\xbf\xbf \xf4\x8f\xbf\xbf") << true;
-        QTest::newRow("byte order mark later") << QByteArray("a\xef\xbb\xbf") << true;
         QTest::newRow("byte order mark first") << QByteArray("\xef\xbb\xbf" "abc") << false;
         QTest::newRow("overlong") << QByteArray("\xe0\x9f\xbf") << false;
         QTest::newRow("surrogate") << QByteArray("\xed\xa0\x80") << false;
@@ -80,14 +79,10 @@ private slots:
         QFETCH(bool, inPlace);
         const QString decoded = QTextCodec::codecForName("UTF-8")->toUnicode(bytes);
         JsonWriter json(false), byQString(false);
-        json.beginArray();
-        byQString.beginArray();
         QCOMPARE(json.plainUtf8String(bytes.constData(), bytes.size()), inPlace);
         if (!inPlace)
             json.string(decoded);
         byQString.string(decoded);
-        json.endArray();
-        byQString.endArray();
         QCOMPARE(json.take(), byQString.take());
     }
     void localTime_data()
