@@ -3,12 +3,18 @@
 #include "controllers/controllerhelpers.h"
 #include "response/jsonwriter.h"
 #include "response/response.h"
+#include "response/sqlrow.h"
 
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QSqlRecord>
 
 namespace {
+
+QString quotedDate(const QDate &date)
+{
+    return QLatin1Char('\'') + date.toString(Qt::ISODate) + QLatin1Char('\'');
+}
 
 QVariant collectActiveEmployees(const QSqlDatabase &db, const QDate &from, const QDate &to, uint aid)
 {
@@ -33,28 +39,29 @@ QVariant collectActiveEmployees(const QSqlDatabase &db, const QDate &from, const
 void writeEmployeeData(JsonWriter &json, const QSqlDatabase &db, const QDate &from, const QDate &to, uint aid,
                        uint &presentCount, bool detailed)
 {
-    QSqlQuery query(db);
-    if (detailed)
-        query.prepare(QStringLiteral(
+    // The dates and the administrator's number are the server's own values, never client
+    // text: the statement goes as text, so that its rows can be read in place.
+    const QString sql = detailed
+        ? QStringLiteral(
             "SELECT p.uid, p.pid, p.pamId, p.surname, p.name, i.shortcut, ad.from `from`, ad.from+ad.duration `to`, "
             "ad.duration,ad.iid, i.present, i.work, (SELECT SUM(diff) FROM atten a WHERE a.uid = ad.uid AND a.date >= "
             "UNIX_TIMESTAMP(:date1) and a.date <= UNIX_TIMESTAMP(:date2)) as diff FROM atten_data ad LEFT JOIN inters i "
             "ON ad.iid = i.iid  LEFT JOIN people p ON p.uid = ad.uid WHERE ad.iid < 1000 AND ad.del=0 AND ad.from >= "
             "UNIX_TIMESTAMP(:date1) AND ad.from < UNIX_TIMESTAMP(:date3) and ad.uid IN (SELECT ap.uid FROM "
-            "admins_people ap WHERE ap.aid = :aid)"));
-    else
-        query.prepare(QStringLiteral(
+            "admins_people ap WHERE ap.aid = :aid)")
+        : QStringLiteral(
             "SELECT p.uid, p.pid, p.pamId, p.surname, p.name, i.shortcut, SUM(duration) duration, ad.iid, i.present, "
             "i.work, (SELECT SUM(diff) FROM atten a WHERE a.uid = ad.uid AND a.date >= UNIX_TIMESTAMP(:date1) and "
             "a.date <= UNIX_TIMESTAMP(:date2)) as diff FROM atten_data ad LEFT JOIN inters i ON ad.iid = i.iid  LEFT "
             "JOIN people p ON p.uid = ad.uid WHERE ad.iid < 1000 AND ad.del=0 AND ad.from >= UNIX_TIMESTAMP(:date1) "
             "AND ad.from < UNIX_TIMESTAMP(:date3) and ad.uid IN (SELECT ap.uid FROM admins_people ap WHERE ap.aid = "
-            ":aid) GROUP BY ad.uid, ad.iid;"));
-    query.bindValue(QStringLiteral(":date1"), from);
-    query.bindValue(QStringLiteral(":date2"), to);
-    query.bindValue(QStringLiteral(":date3"), to.addDays(1));
-    query.bindValue(QStringLiteral(":aid"), aid);
-    if (!query.exec()) {
+            ":aid) GROUP BY ad.uid, ad.iid;");
+    QSqlQuery query(db);
+    if (!query.exec(QString(sql)
+                        .replace(QLatin1String(":date1"), quotedDate(from))
+                        .replace(QLatin1String(":date2"), quotedDate(to))
+                        .replace(QLatin1String(":date3"), quotedDate(to.addDays(1)))
+                        .replace(QLatin1String(":aid"), QString::number(aid)))) {
         // The report still answers, with no employee data.
         qWarning("AdminContextBuilder::collectEmployeeData() failed! Error: %s", qPrintable(query.lastError().text()));
         json.null();
@@ -108,30 +115,35 @@ void writeEmployeeData(JsonWriter &json, const QSqlDatabase &db, const QDate &fr
         }
         open = false;
     };
+    SqlRow row(query);
     json.beginArray();
-    while (query.next()) {
-        const uint uid = query.value(cUid).toUInt();
+    while (row.next()) {
+        const uint uid = row.toUInt(cUid);
         if (lastUid != 0 && lastUid != uid)
             flush();
         if (!open && detailed) {
             json.beginObject();
             json.key("attendanceData").beginArray();
         }
+        if (!open) {
+            // The person's own columns and the sum are the same on all of the person's rows.
+            last.personId = row.value(cPid);
+            last.pamId = row.value(cPamId);
+            last.name = QStringLiteral("%1 %2").arg(row.value(cSurname).toString(), row.value(cName).toString());
+            const double diff = row.value(cDiff).toDouble();
+            last.extra = diff > 0 ? secondsToHours(qint64(diff)) : 0;
+        }
         open = true;
 
-        last.present = query.value(cPresent).toBool();
-        last.personId = query.value(cPid);
-        last.pamId = query.value(cPamId);
-        last.name = QStringLiteral("%1 %2").arg(query.value(cSurname).toString(), query.value(cName).toString());
-        const double diff = query.value(cDiff).toDouble();
-        last.extra = diff > 0 ? secondsToHours(qint64(diff)) : 0;
-        const bool listed = !query.value(cWork).toBool();  // reasons that count as work are not
+        last.present = row.toBool(cPresent);
+        const bool listed = !row.toBool(cWork);  // reasons that count as work are not
         if (detailed && listed) {
             json.beginObject();
-            json.key("duration").number(secondsToHours(query.value(cDuration).toUInt()));
-            json.key("from").localTime(query.value(cFrom).toUInt(), JsonWriter::DottedDateTime);
-            json.key("shortcut").stored(query.value(cShortcut));
-            json.key("to").localTime(query.value(cTo).toUInt(), JsonWriter::DottedDateTime);
+            json.key("duration").number(secondsToHours(row.toUInt(cDuration)));
+            json.key("from").localTime(row.toUInt(cFrom), JsonWriter::DottedDateTime);
+            json.key("shortcut");
+            row.writeStored(json, cShortcut);
+            json.key("to").localTime(row.toUInt(cTo), JsonWriter::DottedDateTime);
             json.endObject();
         } else if (!detailed) {
             // The summary keeps presence once seen.
@@ -142,7 +154,7 @@ void writeEmployeeData(JsonWriter &json, const QSqlDatabase &db, const QDate &fr
             summary.insert(QStringLiteral("name"), last.name);
             summary.insert(QStringLiteral("extra"), last.extra);
             if (listed)
-                summary.insert(query.value(cShortcut).toString(), secondsToHours(query.value(cDuration).toInt()));
+                summary.insert(row.value(cShortcut).toString(), secondsToHours(row.toInt(cDuration)));
         }
         lastUid = uid;
     }

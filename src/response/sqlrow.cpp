@@ -94,6 +94,11 @@ bool SqlRow::isNull(int column) const
     return kind(column) != Other ? m_row[column] == nullptr : m_query.isNull(column);
 }
 
+QVariant SqlRow::value(int column) const
+{
+    return m_query.value(column);
+}
+
 qint64 SqlRow::toLongLong(int column) const
 {
     if (kind(column) != Integer)

@@ -1,7 +1,7 @@
 #ifndef SQLROW_H
 #define SQLROW_H
 
-#include <QtGlobal>
+#include <QVariant>
 #include <QVector>
 
 class JsonWriter;
@@ -23,6 +23,8 @@ public:
     bool next();
 
     bool isNull(int column) const;
+    // The driver's value itself, for the few reads that keep one.
+    QVariant value(int column) const;
     // As value(column).toLongLong(), toUInt(), toInt() and toBool().
     qint64 toLongLong(int column) const;
     uint toUInt(int column) const { return uint(toLongLong(column)); }
