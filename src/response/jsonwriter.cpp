@@ -19,13 +19,15 @@ char hexDigit(uint value)
     return char(value < 10 ? '0' + value : 'a' + value - 10);
 }
 
-// One ASCII character as Qt writes it inside a string.
+// An ASCII character Qt writes inside a string as it is; so are all of UTF-8's other bytes.
+inline bool isPlain(uint byte)
+{
+    return byte >= 0x20 && byte != '"' && byte != '\\';
+}
+
+// One ASCII character that is not plain, as Qt escapes it.
 void escapedAscii(uchar byte, char *&out)
 {
-    if (byte >= 0x20 && byte != '"' && byte != '\\') {
-        *out++ = char(byte);
-        return;
-    }
     *out++ = '\\';
     switch (byte) {
     case '"': *out++ = '"'; break;
@@ -44,12 +46,19 @@ void escapedAscii(uchar byte, char *&out)
     }
 }
 
-// The shortest forms of scalar values only: no overlong forms, no surrogates, nothing past
-// U+10FFFF, no truncated sequence. What a decoder would replace is not well-formed.
-bool wellFormedUtf8(const uchar *in, int size)
+} // namespace
+
+bool isWellFormedUtf8(const char *bytes, int size)
 {
+    const auto *in = reinterpret_cast<const uchar *>(bytes);
     const uchar *const end = in + size;
     while (in != end) {
+        // Eight ASCII bytes at a time: most of every body.
+        quint64 eight;
+        while (end - in >= 8 && (memcpy(&eight, in, 8), (eight & Q_UINT64_C(0x8080808080808080)) == 0))
+            in += 8;
+        if (in == end)
+            break;
         const uchar lead = *in++;
         if (lead < 0x80)
             continue;
@@ -81,8 +90,6 @@ bool wellFormedUtf8(const uchar *in, int size)
     }
     return true;
 }
-
-} // namespace
 
 JsonWriter::JsonWriter(bool indented)
     : m_indented(indented)
@@ -190,7 +197,7 @@ void JsonWriter::string(const QString &value)
 bool JsonWriter::plainUtf8String(const char *bytes, int size)
 {
     const auto *in = reinterpret_cast<const uchar *>(bytes);
-    if (!wellFormedUtf8(in, size) || (size >= 3 && in[0] == 0xef && in[1] == 0xbb && in[2] == 0xbf))
+    if (!isWellFormedUtf8(bytes, size) || (size >= 3 && in[0] == 0xef && in[1] == 0xbb && in[2] == 0xbf))
         return false;
     beforeValue();
     // Room for the worst case, every byte escaped as \uXXXX; cut back to what was written.
@@ -198,10 +205,10 @@ bool JsonWriter::plainUtf8String(const char *bytes, int size)
     char *out = start;
     *out++ = '"';
     for (const uchar *const end = in + size; in != end; ++in) {
-        if (*in < 0x80)
-            escapedAscii(*in, out);
+        if (isPlain(*in))
+            *out++ = char(*in);  // non-ASCII too: the character's own UTF-8, as Qt writes it
         else
-            *out++ = char(*in);  // the character's own UTF-8, as Qt writes it
+            escapedAscii(*in, out);
     }
     *out++ = '"';
     m_used += int(out - start);
@@ -449,7 +456,10 @@ void JsonWriter::escaped(const QString &text)
     while (in != end) {
         const uint u = *in++;
         if (u < 0x80) {
-            escapedAscii(uchar(u), out);
+            if (isPlain(u))
+                *out++ = char(u);
+            else
+                escapedAscii(uchar(u), out);
         } else if (u < 0x800) {
             *out++ = char(0xc0 | (u >> 6));
             *out++ = char(0x80 | (u & 0x3f));

@@ -60,6 +60,14 @@ public:
     enum TimeFormat { IsoDate, IsoDateTime, DottedDateTime };
     void localTime(qint64 secs, TimeFormat format);
 
+    // Room for `size` bytes in all, so that a long document grows once.
+    void reserve(int size)
+    {
+        if (size > m_out.size())
+            grow(size - m_used);
+    }
+    int size() const { return m_used; }
+
     // The whole document; the writer is empty afterwards.
     QByteArray take();
     // The same, as the body a Response renders without converting it.
@@ -112,6 +120,10 @@ private:
     tm m_lastLocal = {};
     bool m_haveLast = false;
 };
+
+// UTF-8 in its shortest forms of scalar values only: no overlong forms, no surrogates,
+// nothing past U+10FFFF, no truncated sequence. What a decoder would replace is not.
+bool isWellFormedUtf8(const char *bytes, int size);
 
 // A driver value as it goes into JSON: NULL becomes null rather than a typed zero or "".
 inline QVariant storedValue(const QVariant &value)

@@ -186,18 +186,23 @@ QByteArray Response::renderResponse(bool withHead)
         qDebug("Response::renderResponse(%i) err: %i", withHead ? 1 : 0, int(qint16(m_errorCode)));
 
     const QByteArray json = toJson();
-    QTextCodec::ConverterState state;
-    QTextCodec::codecForName("UTF-8")->toUnicode(json.constData(), json.size(), &state);
-    if (state.invalidChars > 0) {
+    // A check of the bytes first; only when it fails does the decoder count what is wrong.
+    int invalidChars = 0;
+    if (!isWellFormedUtf8(json.constData(), json.size())) {
+        QTextCodec::ConverterState state;
+        QTextCodec::codecForName("UTF-8")->toUnicode(json.constData(), json.size(), &state);
+        invalidChars = state.invalidChars;
+    }
+    if (invalidChars > 0) {
         // The faulty JSON is still what goes out; only status and code change.
-        qWarning() << "Response::renderResponse: Not a valid UTF-8 sequence, invalid chars:" << state.invalidChars;
+        qWarning() << "Response::renderResponse: Not a valid UTF-8 sequence, invalid chars:" << invalidChars;
         setError(RE_BadJsonEncoding);
     }
 
     setHeader(QStringLiteral("X-WEBAPI-TMS"), QDateTime::currentSecsSinceEpoch());
     const int length = json.size();
     const QString head = answerHead(m_status, httpStatusName(m_status), m_contentType, length, m_headers);
-    if (state.invalidChars == 0 && m_header.debugLevel < 2) {
+    if (invalidChars == 0 && m_header.debugLevel < 2) {
         // Valid UTF-8 comes back unchanged from a decode and encode, so the bytes are joined
         // as they are: a large body is not converted twice.
         if (!withHead)

@@ -102,5 +102,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     byQString.string(decoded);
     if (inPlace.take() != byQString.take())
         std::abort();
+    // Well-formed is what the decoder finds nothing wrong in.
+    QTextCodec::ConverterState state;
+    QTextCodec::codecForName("UTF-8")->toUnicode(bytes.constData(), bytes.size(), &state);
+    if (isWellFormedUtf8(bytes.constData(), bytes.size()) && (state.invalidChars != 0 || state.remainingChars != 0))
+        std::abort();
     return 0;
 }
