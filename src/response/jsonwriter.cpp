@@ -167,23 +167,36 @@ void JsonWriter::number(double value)
         text = QByteArray::number(value, 'g', QLocale::FloatingPointShortest);
     } else if (std::fabs(value) < 0x1p53) {
         // Whole numbers, most of what rows hold, exactly; -0.0 becomes 0 as in Qt.
-        char digits[24];
-        char *const end = digits + sizeof digits;
-        char *first = end;
-        quint64 magnitude = quint64(std::fabs(value));
-        do {
-            *--first = char('0' + magnitude % 10);
-            magnitude /= 10;
-        } while (magnitude != 0);
-        if (value < 0)
-            *--first = '-';
-        put(first, int(end - first));
+        putInteger(qint64(value));
         return;
     } else {
         // Whole numbers below 2^64 never in exponent form: 1e19 is 10000000000000000000.
         text = QByteArray::number(value, 'f', QLocale::FloatingPointShortest);
     }
     put(text.constData(), text.size());
+}
+
+void JsonWriter::integer(qint64 value)
+{
+    if (value <= -(Q_INT64_C(1) << 53) || value >= (Q_INT64_C(1) << 53))
+        return number(double(value));  // rounded as a double is
+    beforeValue();
+    putInteger(value);
+}
+
+void JsonWriter::putInteger(qint64 value)
+{
+    char digits[24];
+    char *const end = digits + sizeof digits;
+    char *first = end;
+    quint64 magnitude = value < 0 ? 0 - quint64(value) : quint64(value);
+    do {
+        *--first = char('0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude != 0);
+    if (value < 0)
+        *--first = '-';
+    put(first, int(end - first));
 }
 
 void JsonWriter::string(const QString &value)

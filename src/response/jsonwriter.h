@@ -42,6 +42,8 @@ public:
     void boolean(bool value);
     // Every number is a double in JSON; integers of 64 bits round as QJsonValue rounds them.
     void number(double value);
+    // The same for an integer, without going through a double where it need not.
+    void integer(qint64 value);
     void string(const QString &value);
     // UTF-8 bytes as string(QString::fromUtf8(...)) writes them, without the QString: true
     // when they are well-formed UTF-8 and do not begin with a byte order mark (which a
@@ -98,6 +100,7 @@ private:
         put(literal, N - 1);
     }
     void afterKey();
+    void putInteger(qint64 value);  // |value| < 2^53
     void beforeValue();
     void open(char bracket);
     void close(char bracket);

@@ -187,8 +187,9 @@ QByteArray Response::renderResponse(bool withHead)
 
     const QByteArray json = toJson();
     // A check of the bytes first; only when it fails does the decoder count what is wrong.
+    // Text from JsonWriter needs none: it writes QJsonDocument's bytes, well-formed UTF-8.
     int invalidChars = 0;
-    if (!isWellFormedUtf8(json.constData(), json.size())) {
+    if (m_data.userType() != qMetaTypeId<JsonText>() && !isWellFormedUtf8(json.constData(), json.size())) {
         QTextCodec::ConverterState state;
         QTextCodec::codecForName("UTF-8")->toUnicode(json.constData(), json.size(), &state);
         invalidChars = state.invalidChars;

@@ -137,7 +137,7 @@ void SqlRow::writeStored(JsonWriter &json, int column) const
     if (how != Other && m_row[column] == nullptr)
         json.null();
     else if (how == Integer)
-        json.number(double(toLongLong(column)));
+        json.integer(toLongLong(column));
     else if (how == Text)
         writeText(json, column);
     else

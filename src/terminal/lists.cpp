@@ -18,12 +18,12 @@ void writeInter(JsonWriter &json, const SqlRow &row)
     json.beginObject();
     json.key("color");
     row.writeText(json, 4);
-    json.key("iid").number(row.toUInt(0));
+    json.key("iid").integer(row.toUInt(0));
     json.key("name");
     row.writeText(json, 1);
     json.key("shortcut");
     row.writeText(json, 2);
-    json.key("weight").number(row.toInt(3));
+    json.key("weight").integer(row.toInt(3));
     json.endObject();
 }
 
@@ -53,7 +53,7 @@ void writePresence(JsonWriter &json, const SqlRow &row, bool entrance)
         json.key("date");
         row.isNull(3) ? json.null() : json.localTime(row.toLongLong(3), JsonWriter::IsoDateTime);
         json.key("iid");
-        row.isNull(4) ? json.null() : json.number(row.toUInt(4));
+        row.isNull(4) ? json.null() : json.integer(row.toUInt(4));
     }
     json.key("present").boolean(row.toBool(2));
     json.key("uid").string(encodeId(row.toUInt(0), row.toUInt(1)));

@@ -42,14 +42,14 @@ RowWriter personWriter(const QSqlRecord &record)
         row.writeText(json, card);
         json.key("end");
         row.isNull(end) ? json.null() : json.localTime(row.toLongLong(end), JsonWriter::IsoDate);
-        json.key("gid").number(row.toUInt(gid));
+        json.key("gid").integer(row.toUInt(gid));
         if (grp >= 0)
-            json.key("grp").number(row.toUInt(grp));
+            json.key("grp").integer(row.toUInt(grp));
         json.key("name");
         row.writeText(json, name);
-        json.key("pid").number(pidValue);
+        json.key("pid").integer(pidValue);
         json.key("present").boolean(row.toBool(present));
-        json.key("saldo").number(row.toInt(saldo));
+        json.key("saldo").integer(row.toInt(saldo));
         json.key("surname");
         row.writeText(json, surname);
         json.key("title");
