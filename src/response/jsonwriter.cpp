@@ -116,18 +116,6 @@ void JsonWriter::endArray()
     close(']');
 }
 
-JsonWriter &JsonWriter::key(const char *latin1)
-{
-#ifndef QT_NO_DEBUG
-    checkKeyOrder(QString::fromLatin1(latin1));
-#endif
-    beforeValue();
-    put('"');
-    put(latin1, int(strlen(latin1)));
-    afterKey();
-    return *this;
-}
-
 JsonWriter &JsonWriter::key(const QString &name)
 {
 #ifndef QT_NO_DEBUG
