@@ -166,7 +166,11 @@ PostedEntrance dbInsertEntrance(const TerminalRequestContext &ctx, uint tid, con
                                   "WebApiWorker::dbInsertEntrance() Prepare failed! ERROR:");
         return {};
     }
-    if (!query.exec()) {
+    const bool ran = query.exec();
+    // A kept statement would hold the photo's bytes until its next run.
+    if (!photo.isEmpty())
+        query.bindValue(QStringLiteral(":photo"), QVariant());
+    if (!ran) {
         if (ctx.statements)
             ctx.statements->drop(sql);
         const QString error = query.lastError().text();
