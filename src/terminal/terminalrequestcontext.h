@@ -8,6 +8,7 @@
 
 class Licence;
 class Response;
+class StatementCache;
 
 // The one record that travels through the terminal context for a single request: the units
 // read the database through it and write their errors to its response.
@@ -18,6 +19,8 @@ struct TerminalRequestContext
     Response *response = nullptr;     // owned by the worker
     const Licence *licence = nullptr; // the customer's licence rows, read for this request
     QString version;                  // of the plug-in, for the info endpoint
+    // The connection's kept prepared statements, owned by the worker; none: prepared each time.
+    StatementCache *statements = nullptr;
 };
 
 #endif

@@ -1,5 +1,6 @@
 #include "terminal/terminalsql.h"
 
+#include "database/statementcache.h"
 #include "response/jsonwriter.h"
 #include "response/response.h"
 #include "response/sqlrow.h"
@@ -23,9 +24,9 @@ QString boundAssignments(const QVariantMap &values, const QString &shape)
     return parts.join(QStringLiteral(", "));
 }
 
-bool prepareBound(QSqlQuery &query, const QString &sql, const QVariantMap &values)
+bool prepareBound(QSqlQuery &query, const QString &sql, const QVariantMap &values, StatementCache *kept)
 {
-    if (!query.prepare(sql))
+    if (!(kept ? kept->prepare(query, sql) : query.prepare(sql)))
         return false;
     for (auto it = values.cbegin(); it != values.cend(); ++it)
         query.bindValue(QLatin1Char(':') + it.key(), it.value());

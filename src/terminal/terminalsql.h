@@ -11,6 +11,7 @@
 class JsonWriter;
 class QSqlQuery;
 class SqlRow;
+class StatementCache;
 
 // The shapes the terminal operations share: a statement and its failure report, bound
 // values, the list pattern of the reads, and the two write patterns of the registrations.
@@ -23,8 +24,9 @@ bool runQuery(const TerminalRequestContext &ctx, QSqlQuery &query, const QString
 // ", ": the column lists of statements whose values are all bound.
 QString boundAssignments(const QVariantMap &values, const QString &shape = QStringLiteral("%1=:%1"));
 // Prepares `sql` and binds every value under ":" and its key: no client text becomes part
-// of a statement. False when the prepare failed (the query holds the error).
-bool prepareBound(QSqlQuery &query, const QString &sql, const QVariantMap &values);
+// of a statement. With `kept`, a statement of the same text prepared before on this
+// connection is bound anew instead. False when the prepare failed (the query holds the error).
+bool prepareBound(QSqlQuery &query, const QString &sql, const QVariantMap &values, StatementCache *kept = nullptr);
 // prepareBound and exec; a failure of either is reported with `failureLine`.
 bool execBound(const TerminalRequestContext &ctx, QSqlQuery &query, const QString &sql, const QVariantMap &values,
                const char *failureLine);

@@ -195,6 +195,7 @@ void WebApiWorker::routeInTerminalContext(const QString &method, const QStringLi
     ctx.response = m_response.data();
     ctx.licence = &m_licence;
     ctx.version = m_version;
+    ctx.statements = m_connections.statements(m_db);
     // The host processes the photo of a new entrance further.
     const uint photoEntrance = TerminalRouter().route(ctx, method, words, body);
     if (photoEntrance != 0)

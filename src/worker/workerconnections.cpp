@@ -41,6 +41,7 @@ QSqlDatabase WorkerConnections::connectionFor(const QSqlDatabase &source, const 
 
 bool WorkerConnections::open(QSqlDatabase &db, const ConnectionSettings &settings)
 {
+    m_statements.remove(db.connectionName());
     if (db.isOpen())
         db.close();
     if (!db.open())
@@ -76,6 +77,7 @@ void WorkerConnections::closeIdle(int idleSeconds, QSqlDatabase &current)
 
 void WorkerConnections::remove(const QString &name)
 {
+    m_statements.remove(name);
     QSqlDatabase::database(name, false).close();
     QSqlDatabase::removeDatabase(name);
 }

@@ -69,8 +69,6 @@ private slots:
         QTest::newRow("attendance, no filter") << "GET attendance/daily" << "attendance/daily/" + today.toString(Qt::ISODate);
         QTest::newRow("last month") << "GET attendance/monthly/-1" << "attendance/monthly/" + today.addMonths(-1).toString("yyyy-MM");
         QTest::newRow("work, this month") << "GET work/monthly/zzz" << "work/monthly/" + today.toString("yyyy-MM");
-        QTest::newRow("yesterday") << "GET report/daily-detailed/-1" << "report/daily-detailed/" + today.addDays(-1).toString(Qt::ISODate);
-        QTest::newRow("report, this month") << "GET report/monthly" << "report/monthly/" + today.toString("yyyy-MM");
     }
 
     void requests()
