@@ -371,23 +371,6 @@ QVariant JsonWriter::takeBody()
     return QVariant::fromValue(JsonText{take()});
 }
 
-void JsonWriter::beforeValue()
-{
-    if (m_afterKey) {
-        m_afterKey = false;
-        return;
-    }
-    if (m_counts.empty())
-        return;
-    int &count = m_counts.back();
-    if (count++ > 0) {
-        put(',');
-        if (m_indented)
-            put('\n');
-    }
-    indent(int(m_counts.size()));
-}
-
 void JsonWriter::open(char bracket)
 {
     beforeValue();
@@ -438,14 +421,6 @@ void JsonWriter::checkKeyOrder(const QString &name)
     m_lastKeys.last() = name;
 }
 #endif
-
-void JsonWriter::indent(int depth)
-{
-    if (m_indented) {
-        memset(room(4 * depth), ' ', size_t(4 * depth));
-        m_used += 4 * depth;
-    }
-}
 
 void JsonWriter::escaped(const QString &text)
 {

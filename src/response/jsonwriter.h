@@ -120,10 +120,32 @@ private:
     }
     void afterKey();
     void putInteger(qint64 value);  // |value| < 2^53
-    void beforeValue();
+    // The separator and indentation a value needs where it goes; inline, as every value and
+    // key of every row passes here.
+    void beforeValue()
+    {
+        if (m_afterKey) {
+            m_afterKey = false;
+            return;
+        }
+        if (m_counts.empty())
+            return;
+        if (m_counts.back()++ > 0) {
+            put(',');
+            if (m_indented)
+                put('\n');
+        }
+        indent(int(m_counts.size()));
+    }
     void open(char bracket);
     void close(char bracket);
-    void indent(int depth);
+    void indent(int depth)
+    {
+        if (m_indented) {
+            memset(room(4 * depth), ' ', size_t(4 * depth));
+            m_used += 4 * depth;
+        }
+    }
     void escaped(const QString &text);
 
     QByteArray m_out;  // the first m_used bytes are written, the rest is room
