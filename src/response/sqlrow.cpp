@@ -53,6 +53,20 @@ bool isTextField(const MYSQL_FIELD &field)
     }
 }
 
+// Whether the driver decodes text of this character set as UTF-8, by the codec it picks for
+// it. An unknown name makes Qt search every codec, so the answer is kept per thread.
+bool decodesAsUtf8(const char *charset)
+{
+    thread_local QByteArray lastCharset;
+    thread_local bool lastUtf8 = false;
+    if (lastCharset.isNull() || lastCharset != charset) {
+        QTextCodec *codec = QTextCodec::codecForName(charset);
+        lastUtf8 = (codec ? codec : QTextCodec::codecForLocale())->mibEnum() == 106;
+        lastCharset = charset;
+    }
+    return lastUtf8;
+}
+
 } // namespace
 
 SqlRow::SqlRow(QSqlQuery &query)
@@ -66,9 +80,7 @@ SqlRow::SqlRow(QSqlQuery &query)
     // A prepared statement's handle is its metadata: no rows there.
     if (!m_result || !mysql || !m_result->data)
         return;
-    // The codec the driver takes for the connection's character set.
-    QTextCodec *codec = QTextCodec::codecForName(mysql_character_set_name(mysql));
-    m_utf8 = (codec ? codec : QTextCodec::codecForLocale())->mibEnum() == 106;
+    m_utf8 = decodesAsUtf8(mysql_character_set_name(mysql));
     const MYSQL_FIELD *fields = mysql_fetch_fields(m_result);
     const unsigned int count = mysql_num_fields(m_result);
     m_kinds.reserve(int(count));
@@ -122,12 +134,12 @@ bool SqlRow::toBool(int column) const
 
 void SqlRow::writeText(JsonWriter &json, int column) const
 {
-    if (kind(column) == Text && m_row[column] == nullptr) {
-        json.string(QString());
-        return;
+    if (kind(column) == Text) {
+        if (m_row[column] == nullptr)
+            return json.string(QString());
+        if (m_utf8 && json.plainUtf8String(m_row[column], int(m_lengths[column])))
+            return;
     }
-    if (kind(column) == Text && m_utf8 && json.plainUtf8String(m_row[column], int(m_lengths[column])))
-        return;
     json.string(m_query.value(column).toString());
 }
 
