@@ -31,10 +31,13 @@ RACES = int(os.environ.get("CLUSTER_RACES", 20))
 # Answers of a database or host that is switching over (503, or the database's error code
 # 500 as status 500 or, for a refused write, 400); a client repeats such a request.
 REFUSED_WRITE = "400 code 500"
+# The administrator's lookup answers a database failure as an invalid token (400, 100102),
+# on purpose; during a switch-over that too is a refusal the tool repeats.
+REFUSED_ADMIN = "400 admin lookup"
 # A request in flight on a host that is killed gets no answer at all; a terminal sends it
 # again (an entrance with the same refId), and so does the load.
 DROPPED = "no answer"
-RETRYABLE = {500, 503, REFUSED_WRITE, DROPPED}
+RETRYABLE = {500, 503, REFUSED_WRITE, REFUSED_ADMIN, DROPPED}
 EXPECTED = {200, 201, 208} | RETRYABLE
 RACE_HOSTS = (3, 4)  # extra hosts, each on its own database node
 
@@ -212,6 +215,8 @@ def load():
                 status, parsed = request(int(ENV["web_port"]), *call)
             if status == 400 and parsed.get("code") == 500:
                 status = REFUSED_WRITE
+            elif status == 400 and kind == "report" and parsed.get("code") == 100102:
+                status = REFUSED_ADMIN
             with lock:
                 statuses[status] = statuses.get(status, 0) + 1
                 if status in (201, 208):
